@@ -1,0 +1,50 @@
+#include "Commands.h"
+
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <iostream>
+
+namespace quibly {
+
+namespace {
+
+constexpr Command kCommands[] = {
+    {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+};
+
+std::string selfPath(const char* argv0) {
+  char buffer[PATH_MAX];
+#if defined(__linux__)
+  ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
+  if (n > 0) return std::string(buffer, static_cast<size_t>(n));
+#endif
+  if (argv0 && ::realpath(argv0, buffer)) return buffer;
+  return argv0 ? argv0 : "quibly";
+}
+
+}  // namespace
+
+int run(int argc, char** argv, Io& io) {
+  if (io.selfPath.empty()) io.selfPath = selfPath(argc > 0 ? argv[0] : nullptr);
+  CLI::App app{"quibly: the terminal companion of Quibly's core. It answers coding agents' "
+               "permission requests, installs the approval hook, shows live agent sessions, "
+               "sorts mail and parses typed tasks."};
+  app.name("quibly");
+  app.require_subcommand(1);
+  int status = 0;
+  for (const Command& command : kCommands) {
+    CLI::App* sub = app.add_subcommand(command.name, command.summary);
+    command.add(*sub, io, status);
+  }
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    // CLI11 reports help and usage errors as exceptions; they end here.
+    return app.exit(e, io.out, io.err);
+  }
+  return status;
+}
+
+}  // namespace quibly

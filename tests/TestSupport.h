@@ -1,0 +1,98 @@
+#pragma once
+// Shared fixtures for the unit and end-to-end tests: temporary folders that
+// clean up after themselves, child processes with their output captured, and
+// the EXPECT_OK / EXPECT_ERROR macros for Result values.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Result.h"
+
+namespace vobbo::test {
+
+// A fresh folder under $TMPDIR (or /tmp), removed with everything in it when the
+// object goes away. Paths are kept short so socket paths inside fit.
+class TempDir {
+ public:
+  TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  ~TempDir();
+  const std::string& path() const { return path_; }
+  std::string file(std::string_view name) const { return path_ + "/" + std::string(name); }
+
+ private:
+  std::string path_;
+};
+
+// Reads and writes whole files; a failure stops the test.
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, std::string_view bytes);
+
+struct ProcessResult {
+  int exitCode = -1;     // -1 when killed by a signal
+  int signal = 0;        // the signal that ended it, if any
+  std::string out;
+  std::string err;
+  double elapsedMs = 0;
+};
+
+struct ProcessOptions {
+  std::string input;                                   // written to standard input, then closed
+  std::map<std::string, std::optional<std::string>> env;  // set (or, with nullopt, unset) on top of ours
+  double timeoutSeconds = 30;                          // then SIGKILL
+};
+
+// Runs a program with arguments (argv[0] included) and waits for it.
+ProcessResult runProcess(const std::vector<std::string>& argv, const ProcessOptions& options = {});
+
+// A child process left running, for tests that signal or race it.
+class Child {
+ public:
+  // Starts argv with standard input from `input` (then closed) and output captured.
+  static Child start(const std::vector<std::string>& argv, const ProcessOptions& options = {});
+  Child(Child&& other) noexcept;
+  Child& operator=(Child&&) = delete;
+  Child(const Child&) = delete;
+  ~Child();  // kills and reaps a child still running
+  int pid() const { return pid_; }
+  void kill(int signal);
+  // Waits for the child to end (killing it after timeoutSeconds) and collects output.
+  ProcessResult wait(double timeoutSeconds = 30);
+
+ private:
+  Child() = default;
+  int pid_ = -1;
+  int outFd_ = -1;
+  int errFd_ = -1;
+  double startMs_ = 0;
+};
+
+// Path of the data bundled under tests/data.
+std::string dataPath(std::string_view relative);
+
+}  // namespace vobbo::test
+
+#define EXPECT_OK(expr)                                                   \
+  do {                                                                    \
+    const auto& result_ = (expr);                                         \
+    EXPECT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error());   \
+  } while (0)
+
+#define ASSERT_OK(expr)                                                   \
+  do {                                                                    \
+    const auto& result_ = (expr);                                         \
+    ASSERT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error());   \
+  } while (0)
+
+#define EXPECT_ERROR(expr, sentence)                  \
+  do {                                                \
+    const auto& result_ = (expr);                     \
+    ASSERT_FALSE(result_.ok());                       \
+    EXPECT_EQ(result_.error(), sentence);             \
+  } while (0)
