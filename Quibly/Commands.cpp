@@ -28,9 +28,10 @@ std::string selfPath(const char* argv0) {
 
 int run(int argc, char** argv, Io& io) {
   if (io.selfPath.empty()) io.selfPath = selfPath(argc > 0 ? argv[0] : nullptr);
-  CLI::App app{"quibly: the terminal companion of Quibly's core. It answers coding agents' "
-               "permission requests, installs the approval hook, shows live agent sessions, "
-               "sorts mail and parses typed tasks."};
+  CLI::App app{
+      "quibly: the terminal companion of Quibly's core. It answers coding agents' "
+      "permission requests, installs the approval hook, shows live agent sessions, "
+      "sorts mail and parses typed tasks."};
   app.name("quibly");
   app.require_subcommand(1);
   int status = 0;

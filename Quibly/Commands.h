@@ -7,7 +7,6 @@
 // return the exit status: 0 on success, 1 when the work failed, 2 for bad usage.
 
 #include <CLI/CLI.hpp>
-
 #include <iosfwd>
 #include <string>
 

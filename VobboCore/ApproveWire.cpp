@@ -23,10 +23,14 @@ namespace vobbo {
 
 std::string_view ApproveWire::displayName(Agent agent) {
   switch (agent) {
-    case Agent::claude: return "Claude Code";
-    case Agent::codex: return "Codex";
-    case Agent::grok: return "Grok";
-    case Agent::gemini: return "Gemini CLI";
+    case Agent::claude:
+      return "Claude Code";
+    case Agent::codex:
+      return "Codex";
+    case Agent::grok:
+      return "Grok";
+    case Agent::gemini:
+      return "Gemini CLI";
   }
   return "";
 }
@@ -63,9 +67,9 @@ std::optional<std::string> ApproveWire::hookOutput(Decision decision) {
       behaviour.set("message", "Denied from Quibly.");
       break;
   }
-  JSONValue answer(JSONObject{
-      {"hookSpecificOutput",
-       JSONObject{{"decision", std::move(behaviour)}, {"hookEventName", "PermissionRequest"}}}});
+  JSONValue answer(
+      JSONObject{{"hookSpecificOutput", JSONObject{{"decision", std::move(behaviour)},
+                                                   {"hookEventName", "PermissionRequest"}}}});
   return answer.encode(JSONValue::Format::compact, JSONValue::Slashes::unescaped);
 }
 
@@ -152,7 +156,8 @@ std::string ApproveWire::summarize(std::string_view tool, const JSONValue* input
     }
   }
   if (auto command = firstValue(*input, {"command", "cmd"})) return *command;
-  if (auto path = firstValue(*input, {"file_path", "path", "notebook_path", "filePath", "target_file"})) {
+  if (auto path =
+          firstValue(*input, {"file_path", "path", "notebook_path", "filePath", "target_file"})) {
     return name + " " + *path;
   }
   if (auto what = firstValue(*input, {"url", "query", "pattern", "description", "prompt"})) {
@@ -226,8 +231,8 @@ std::optional<ApproveWire::Request> ApproveWire::request(std::string_view hookEv
 }
 
 std::vector<std::string> CodexPatch::files(std::string_view patch) {
-  static constexpr std::string_view kPrefixes[] = {"*** Update File: ", "*** Add File: ",
-                                                   "*** Delete File: "};
+  static constexpr std::string_view kPrefixes[] = {
+      "*** Update File: ", "*** Add File: ", "*** Delete File: "};
   std::vector<std::string> out;
   size_t start = 0;
   while (start < patch.size()) {
@@ -239,7 +244,8 @@ std::vector<std::string> CodexPatch::files(std::string_view patch) {
     for (auto prefix : kPrefixes) {
       if (line.substr(0, prefix.size()) != prefix) continue;
       std::string name = Files::lastComponent(line.substr(prefix.size()));
-      if (!name.empty() && std::find(out.begin(), out.end(), name) == out.end()) out.push_back(name);
+      if (!name.empty() && std::find(out.begin(), out.end(), name) == out.end())
+        out.push_back(name);
       break;
     }
   }

@@ -120,9 +120,9 @@ template <>
 struct JSONFields<ApproveWire::Request> {
   using R = ApproveWire::Request;
   static constexpr auto list =
-      std::tuple{JSONField{"agent", &R::agent},     JSONField{"kind", &R::kind},
-                 JSONField{"tool", &R::tool},       JSONField{"summary", &R::summary},
-                 JSONField{"cwd", &R::cwd},         JSONField{"session", &R::session},
+      std::tuple{JSONField{"agent", &R::agent}, JSONField{"kind", &R::kind},
+                 JSONField{"tool", &R::tool},   JSONField{"summary", &R::summary},
+                 JSONField{"cwd", &R::cwd},     JSONField{"session", &R::session},
                  JSONField{"pid", &R::pid}};
 };
 template <>

@@ -38,7 +38,8 @@ struct Cursor {
   std::optional<int> number(size_t maxDigits) {
     size_t start = i;
     int v = 0;
-    while (i < s.size() && i - start < maxDigits && s[i] >= '0' && s[i] <= '9') v = v * 10 + (s[i++] - '0');
+    while (i < s.size() && i - start < maxDigits && s[i] >= '0' && s[i] <= '9')
+      v = v * 10 + (s[i++] - '0');
     if (i == start) return std::nullopt;
     return v;
   }

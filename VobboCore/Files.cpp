@@ -9,31 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "Descriptor.h"
+
 namespace vobbo::Files {
 
 namespace {
 
 std::string reason(int error) { return std::strerror(error); }
-
-// A descriptor that closes itself.
-class Fd {
- public:
-  explicit Fd(int fd) : fd_(fd) {}
-  Fd(const Fd&) = delete;
-  Fd& operator=(const Fd&) = delete;
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int get() const { return fd_; }
-  int release() {
-    int fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
-
- private:
-  int fd_;
-};
 
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -92,7 +74,7 @@ Result<std::optional<std::string>> read(const std::string& path) {
     if (errno == ENOENT) return std::optional<std::string>();
     return failure("Could not read " + path + ": " + reason(errno) + ".");
   }
-  Fd fd(raw);
+  Descriptor fd(raw);
   struct stat st;
   if (::fstat(fd.get(), &st) == 0 && S_ISDIR(st.st_mode)) {
     return failure("Could not read " + path + ": it is a folder, not a file.");
@@ -120,7 +102,8 @@ Result<void> createDirectories(const std::string& path, mode_t mode) {
   if (::mkdir(path.c_str(), mode) != 0 && errno != EEXIST) {
     return failure("Could not create the folder " + path + ": " + reason(errno) + ".");
   }
-  if (!isDirectory(path)) return failure("Could not create the folder " + path + ": a file is in the way.");
+  if (!isDirectory(path))
+    return failure("Could not create the folder " + path + ": a file is in the way.");
   return {};
 }
 
@@ -137,7 +120,7 @@ Result<void> writeAtomically(const std::string& path, std::string_view bytes, mo
   if (::stat(target.c_str(), &st) == 0) mode = st.st_mode & 07777;
 
   std::string temp = folder + "/." + lastComponent(target) + ".XXXXXX";
-  Fd fd(::mkstemp(temp.data()));
+  Descriptor fd(::mkstemp(temp.data()));
   if (fd.get() < 0) return fail(errno);
   auto discard = [&](int error) {
     ::unlink(temp.c_str());
@@ -151,7 +134,7 @@ Result<void> writeAtomically(const std::string& path, std::string_view bytes, mo
 
   // Flush the folder so the new name is on disk too; a failure here cannot undo
   // the rename and the data is already written, so it is not reported.
-  Fd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (dir.get() >= 0) (void)::fsync(dir.get());
   return {};
 }

@@ -3,7 +3,8 @@
 // its fields once, in their documented order, in a JSONFields specialisation:
 //
 //   template <> struct JSONFields<ApproveWire::Reply> {
-//     static constexpr auto list = std::tuple{JSONField{"decision", &ApproveWire::Reply::decision}};
+//     static constexpr auto list = std::tuple{JSONField{"decision",
+//     &ApproveWire::Reply::decision}};
 //   };
 //
 // Field types may be bool, numbers, std::string, enums with raw texts, JSONValue,
@@ -43,16 +44,25 @@ template <class T, class M>
 JSONField(const char*, M T::*) -> JSONField<T, M>;
 
 template <class T>
-concept JSONRecord = requires { JSONFields<T>::list; };
+concept JSONRecord = requires {
+  JSONFields<T>::list;
+};
 
 namespace json_detail {
-template <class T> struct IsOptional : std::false_type {};
-template <class T> struct IsOptional<std::optional<T>> : std::true_type {};
-template <class T> struct IsVector : std::false_type {};
-template <class T, class A> struct IsVector<std::vector<T, A>> : std::true_type {};
-template <class T> struct IsStringMap : std::false_type {};
-template <class V, class C, class A> struct IsStringMap<std::map<std::string, V, C, A>> : std::true_type {};
-template <class> inline constexpr bool kUnsupported = false;
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+template <class T>
+struct IsVector : std::false_type {};
+template <class T, class A>
+struct IsVector<std::vector<T, A>> : std::true_type {};
+template <class T>
+struct IsStringMap : std::false_type {};
+template <class V, class C, class A>
+struct IsStringMap<std::map<std::string, V, C, A>> : std::true_type {};
+template <class>
+inline constexpr bool kUnsupported = false;
 }  // namespace json_detail
 
 template <class T>

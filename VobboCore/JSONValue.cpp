@@ -238,13 +238,27 @@ void encodeString(std::string& out, std::string_view s, JSONValue::Slashes slash
     const char* escape = nullptr;
     char unicode[7];
     switch (c) {
-      case '"': escape = "\\\""; break;
-      case '\\': escape = "\\\\"; break;
-      case '\b': escape = "\\b"; break;
-      case '\f': escape = "\\f"; break;
-      case '\n': escape = "\\n"; break;
-      case '\r': escape = "\\r"; break;
-      case '\t': escape = "\\t"; break;
+      case '"':
+        escape = "\\\"";
+        break;
+      case '\\':
+        escape = "\\\\";
+        break;
+      case '\b':
+        escape = "\\b";
+        break;
+      case '\f':
+        escape = "\\f";
+        break;
+      case '\n':
+        escape = "\\n";
+        break;
+      case '\r':
+        escape = "\\r";
+        break;
+      case '\t':
+        escape = "\\t";
+        break;
       case '/':
         if (slashes == JSONValue::Slashes::escaped) escape = "\\/";
         break;
@@ -278,12 +292,24 @@ struct Encoder {
 
   void value(const JSONValue& v, int depth) {
     switch (v.kind()) {
-      case JSONValue::Kind::boolean: out += *v.boolean() ? "true" : "false"; break;
-      case JSONValue::Kind::number: encodeNumber(out, *v.number()); break;
-      case JSONValue::Kind::string: encodeString(out, *v.string(), slashes); break;
-      case JSONValue::Kind::null: out += "null"; break;
-      case JSONValue::Kind::array: array(*v.array(), depth); break;
-      case JSONValue::Kind::object: object(*v.object(), depth); break;
+      case JSONValue::Kind::boolean:
+        out += *v.boolean() ? "true" : "false";
+        break;
+      case JSONValue::Kind::number:
+        encodeNumber(out, *v.number());
+        break;
+      case JSONValue::Kind::string:
+        encodeString(out, *v.string(), slashes);
+        break;
+      case JSONValue::Kind::null:
+        out += "null";
+        break;
+      case JSONValue::Kind::array:
+        array(*v.array(), depth);
+        break;
+      case JSONValue::Kind::object:
+        object(*v.object(), depth);
+        break;
     }
   }
 

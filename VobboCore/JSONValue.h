@@ -118,8 +118,7 @@ class JSONValue {
   // others in the shortest form that reads back to the same double; NaN and
   // infinities, which JSON cannot carry, print as null. Invalid UTF-8 inside
   // strings is written as U+FFFD so the output always parses.
-  std::string encode(Format format = Format::compact,
-                     Slashes slashes = Slashes::unescaped) const;
+  std::string encode(Format format = Format::compact, Slashes slashes = Slashes::unescaped) const;
   void encodeTo(std::string& out, Format format = Format::compact,
                 Slashes slashes = Slashes::unescaped) const;
 

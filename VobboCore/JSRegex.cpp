@@ -45,7 +45,8 @@ class MatchData {
 std::string pcreMessage(int code) {
   PCRE2_UCHAR buffer[256];
   int n = pcre2_get_error_message(code, buffer, sizeof buffer);
-  return n > 0 ? std::string(reinterpret_cast<char*>(buffer), static_cast<size_t>(n)) : "unknown error";
+  return n > 0 ? std::string(reinterpret_cast<char*>(buffer), static_cast<size_t>(n))
+               : "unknown error";
 }
 
 size_t utf8Length(std::string_view s, size_t at) {

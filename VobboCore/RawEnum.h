@@ -22,7 +22,9 @@ template <class E>
 struct RawValues;
 
 template <class E>
-concept HasRawValues = requires { RawValues<E>::values; };
+concept HasRawValues = requires {
+  RawValues<E>::values;
+};
 
 template <HasRawValues E>
 constexpr std::string_view rawValue(E e) {

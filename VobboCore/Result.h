@@ -29,9 +29,18 @@ class [[nodiscard]] Result {
   explicit operator bool() const { return ok(); }
 
   // Requires: ok().
-  T& value() & { assert(ok()); return std::get<0>(v_); }
-  const T& value() const& { assert(ok()); return std::get<0>(v_); }
-  T&& value() && { assert(ok()); return std::get<0>(std::move(v_)); }
+  T& value() & {
+    assert(ok());
+    return std::get<0>(v_);
+  }
+  const T& value() const& {
+    assert(ok());
+    return std::get<0>(v_);
+  }
+  T&& value() && {
+    assert(ok());
+    return std::get<0>(std::move(v_));
+  }
   T& operator*() & { return value(); }
   const T& operator*() const& { return value(); }
   T&& operator*() && { return std::move(*this).value(); }
@@ -39,7 +48,10 @@ class [[nodiscard]] Result {
   const T* operator->() const { return &value(); }
 
   // Requires: !ok().
-  const std::string& error() const { assert(!ok()); return std::get<1>(v_).sentence; }
+  const std::string& error() const {
+    assert(!ok());
+    return std::get<1>(v_).sentence;
+  }
   // The failure itself, to pass up unchanged: `return r.failure();`.
   Failure failure() const { return std::get<1>(v_); }
 
@@ -51,11 +63,15 @@ template <>
 class [[nodiscard]] Result<void> {
  public:
   Result() = default;
-  Result(Failure f) : failed_(true), sentence_(std::move(f.sentence)) {}  // NOLINT: implicit by design
+  Result(Failure f)
+      : failed_(true), sentence_(std::move(f.sentence)) {}  // NOLINT: implicit by design
 
   bool ok() const { return !failed_; }
   explicit operator bool() const { return ok(); }
-  const std::string& error() const { assert(failed_); return sentence_; }
+  const std::string& error() const {
+    assert(failed_);
+    return sentence_;
+  }
   Failure failure() const { return Failure{sentence_}; }
 
  private:

@@ -24,14 +24,14 @@ size_t sequenceLength(std::string_view s, size_t at) {
   if (c >= 0xC2 && c <= 0xDF) return left >= 2 && cont(1) ? 2 : 0;
   if (c >= 0xE0 && c <= 0xEF) {
     if (left < 3 || !cont(1) || !cont(2)) return 0;
-    if (c == 0xE0 && b(at + 1) < 0xA0) return 0;   // overlong
-    if (c == 0xED && b(at + 1) > 0x9F) return 0;   // surrogate
+    if (c == 0xE0 && b(at + 1) < 0xA0) return 0;  // overlong
+    if (c == 0xED && b(at + 1) > 0x9F) return 0;  // surrogate
     return 3;
   }
   if (c >= 0xF0 && c <= 0xF4) {
     if (left < 4 || !cont(1) || !cont(2) || !cont(3)) return 0;
-    if (c == 0xF0 && b(at + 1) < 0x90) return 0;   // overlong
-    if (c == 0xF4 && b(at + 1) > 0x8F) return 0;   // above U+10FFFF
+    if (c == 0xF0 && b(at + 1) < 0x90) return 0;  // overlong
+    if (c == 0xF4 && b(at + 1) > 0x8F) return 0;  // above U+10FFFF
     return 4;
   }
   return 0;
@@ -41,7 +41,8 @@ bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
 // The end of the character that starts at `at`.
 size_t nextBoundary(std::string_view s, size_t at) {
-  if (isAscii(s[at]) && (at + 1 == s.size() || (isAscii(s[at + 1]) && !(s[at] == '\r' && s[at + 1] == '\n')))) {
+  if (isAscii(s[at]) &&
+      (at + 1 == s.size() || (isAscii(s[at + 1]) && !(s[at] == '\r' && s[at + 1] == '\n')))) {
     return at + 1;
   }
   static const JSRegex cluster("\\G\\X");
@@ -52,7 +53,9 @@ size_t nextBoundary(std::string_view s, size_t at) {
 
 }  // namespace
 
-bool isValidUTF8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
+bool isValidUTF8(std::string_view text) {
+  return simdjson::validate_utf8(text.data(), text.size());
+}
 
 std::string sanitizeUTF8(std::string_view text) {
   std::string out;

@@ -1,5 +1,4 @@
 #include "JSONValue.h"
-
 #include "TestSupport.h"
 
 namespace vobbo {

@@ -35,17 +35,18 @@ std::string readFile(const std::string& path);
 void writeFile(const std::string& path, std::string_view bytes);
 
 struct ProcessResult {
-  int exitCode = -1;     // -1 when killed by a signal
-  int signal = 0;        // the signal that ended it, if any
+  int exitCode = -1;  // -1 when killed by a signal
+  int signal = 0;     // the signal that ended it, if any
   std::string out;
   std::string err;
   double elapsedMs = 0;
 };
 
 struct ProcessOptions {
-  std::string input;                                   // written to standard input, then closed
-  std::map<std::string, std::optional<std::string>> env;  // set (or, with nullopt, unset) on top of ours
-  double timeoutSeconds = 30;                          // then SIGKILL
+  std::string input;  // written to standard input, then closed
+  std::map<std::string, std::optional<std::string>>
+      env;                     // set (or, with nullopt, unset) on top of ours
+  double timeoutSeconds = 30;  // then SIGKILL
 };
 
 // Runs a program with arguments (argv[0] included) and waits for it.
@@ -78,21 +79,21 @@ std::string dataPath(std::string_view relative);
 
 }  // namespace vobbo::test
 
-#define EXPECT_OK(expr)                                                   \
-  do {                                                                    \
-    const auto& result_ = (expr);                                         \
-    EXPECT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error());   \
+#define EXPECT_OK(expr)                                                 \
+  do {                                                                  \
+    const auto& result_ = (expr);                                       \
+    EXPECT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error()); \
   } while (0)
 
-#define ASSERT_OK(expr)                                                   \
-  do {                                                                    \
-    const auto& result_ = (expr);                                         \
-    ASSERT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error());   \
+#define ASSERT_OK(expr)                                                 \
+  do {                                                                  \
+    const auto& result_ = (expr);                                       \
+    ASSERT_TRUE(result_.ok()) << (result_.ok() ? "" : result_.error()); \
   } while (0)
 
-#define EXPECT_ERROR(expr, sentence)                  \
-  do {                                                \
-    const auto& result_ = (expr);                     \
-    ASSERT_FALSE(result_.ok());                       \
-    EXPECT_EQ(result_.error(), sentence);             \
+#define EXPECT_ERROR(expr, sentence)      \
+  do {                                    \
+    const auto& result_ = (expr);         \
+    ASSERT_FALSE(result_.ok());           \
+    EXPECT_EQ(result_.error(), sentence); \
   } while (0)
