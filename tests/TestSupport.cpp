@@ -66,7 +66,11 @@ void writeFile(const std::string& path, std::string_view bytes) {
 }
 
 std::string dataPath(std::string_view relative) {
-  return std::string(QUIBLY_TEST_DATA_DIR) + "/" + std::string(relative);
+  return std::string(QUIBLY_SOURCE_DIR) + "/tests/data/" + std::string(relative);
+}
+
+std::string sourcePath(std::string_view relative) {
+  return std::string(QUIBLY_SOURCE_DIR) + "/" + std::string(relative);
 }
 
 Child Child::start(const std::vector<std::string>& argv, const ProcessOptions& options) {
@@ -111,7 +115,11 @@ Child Child::start(const std::vector<std::string>& argv, const ProcessOptions& o
     if (n <= 0) break;
     rest.remove_prefix(static_cast<size_t>(n));
   }
-  ::close(in[1]);
+  if (options.keepInputOpen) {
+    child.inFd_ = in[1];
+  } else {
+    ::close(in[1]);
+  }
   return child;
 }
 
@@ -119,7 +127,9 @@ Child::Child(Child&& other) noexcept
     : pid_(std::exchange(other.pid_, -1)),
       outFd_(std::exchange(other.outFd_, -1)),
       errFd_(std::exchange(other.errFd_, -1)),
-      startMs_(other.startMs_) {}
+      inFd_(std::exchange(other.inFd_, -1)),
+      startMs_(other.startMs_),
+      out_(std::move(other.out_)) {}
 
 Child::~Child() {
   if (pid_ > 0) {
@@ -128,6 +138,39 @@ Child::~Child() {
   }
   if (outFd_ >= 0) ::close(outFd_);
   if (errFd_ >= 0) ::close(errFd_);
+  if (inFd_ >= 0) ::close(inFd_);
+}
+
+void Child::writeInput(std::string_view bytes) {
+  while (inFd_ >= 0 && !bytes.empty()) {
+    ssize_t n = ::write(inFd_, bytes.data(), bytes.size());
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return;
+    bytes.remove_prefix(static_cast<size_t>(n));
+  }
+}
+
+void Child::closeInput() {
+  if (inFd_ >= 0) ::close(inFd_);
+  inFd_ = -1;
+}
+
+bool Child::readUntil(std::string_view text, double timeoutSeconds) {
+  const double deadline = nowMs() + timeoutSeconds * 1000;
+  while (out_.find(text) == std::string::npos) {
+    double left = deadline - nowMs();
+    if (left <= 0 || outFd_ < 0) return false;
+    pollfd p{outFd_, POLLIN, 0};
+    int rc = ::poll(&p, 1, static_cast<int>(left) + 1);
+    if (rc < 0 && errno == EINTR) continue;
+    if (rc <= 0) return false;
+    char buffer[4096];
+    ssize_t n = ::read(outFd_, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    out_.append(buffer, static_cast<size_t>(n));
+  }
+  return true;
 }
 
 void Child::kill(int signal) {
@@ -135,7 +178,9 @@ void Child::kill(int signal) {
 }
 
 ProcessResult Child::wait(double timeoutSeconds) {
+  closeInput();
   ProcessResult result;
+  result.out = std::move(out_);
   const double deadline = startMs_ + timeoutSeconds * 1000;
   pollfd fds[2] = {{outFd_, POLLIN, 0}, {errFd_, POLLIN, 0}};
   std::string* sinks[2] = {&result.out, &result.err};

@@ -43,9 +43,11 @@ struct ProcessResult {
 };
 
 struct ProcessOptions {
-  std::string input;  // written to standard input, then closed
-  std::map<std::string, std::optional<std::string>>
-      env;                     // set (or, with nullopt, unset) on top of ours
+  // Written to standard input, which is then closed unless keepInputOpen.
+  std::string input;
+  bool keepInputOpen = false;
+  // Set (or, with nullopt, unset) on top of our own environment.
+  std::map<std::string, std::optional<std::string>> env;
   double timeoutSeconds = 30;  // then SIGKILL
 };
 
@@ -63,6 +65,13 @@ class Child {
   ~Child();  // kills and reaps a child still running
   int pid() const { return pid_; }
   void kill(int signal);
+  // With keepInputOpen: more bytes for standard input, and its end.
+  void writeInput(std::string_view bytes);
+  void closeInput();
+  // Reads standard output until it holds `text` (true) or the time runs out
+  // (false); what was read stays part of wait()'s output.
+  bool readUntil(std::string_view text, double timeoutSeconds = 10);
+  const std::string& outputSoFar() const { return out_; }
   // Waits for the child to end (killing it after timeoutSeconds) and collects output.
   ProcessResult wait(double timeoutSeconds = 30);
 
@@ -71,11 +80,14 @@ class Child {
   int pid_ = -1;
   int outFd_ = -1;
   int errFd_ = -1;
+  int inFd_ = -1;
   double startMs_ = 0;
+  std::string out_;
 };
 
-// Path of the data bundled under tests/data.
+// Path of the data bundled under tests/data, and of a file in the repository.
 std::string dataPath(std::string_view relative);
+std::string sourcePath(std::string_view relative);
 
 }  // namespace vobbo::test
 
