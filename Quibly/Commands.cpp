@@ -34,6 +34,11 @@ int run(int argc, char** argv, Io& io) {
       "sorts mail and parses typed tasks."};
   app.name("quibly");
   app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    std::string what = e.what();
+    if (!what.empty() && what.back() != '.') what += '.';
+    return "quibly: " + what + " Run 'quibly --help' to see the commands and their options.\n";
+  });
   int status = 0;
   for (const Command& command : kCommands) {
     CLI::App* sub = app.add_subcommand(command.name, command.summary);
@@ -42,8 +47,10 @@ int run(int argc, char** argv, Io& io) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    // CLI11 reports help and usage errors as exceptions; they end here.
-    return app.exit(e, io.out, io.err);
+    // CLI11 reports help and usage errors as exceptions; they end here. Help
+    // exits 0, any usage error 2.
+    int code = app.exit(e, io.out, io.err);
+    return code == 0 ? 0 : 2;
   }
   return status;
 }

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Builds the release flavour and runs every benchmark. Each benchmark program
+# measures its candidate and its baseline side by side in the same run and
+# reports medians (and 99th percentiles where a tail matters).
+# Usage: scripts/bench.sh [NAME...]   (default: all)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh
+bash scripts/build.sh release
+names=("$@")
+((${#names[@]})) || names=(ApproveBench JSONValueBench)
+for name in "${names[@]}"; do
+  echo "== $name"
+  "build/release/bench/$name" --benchmark_counters_tabular=true
+done

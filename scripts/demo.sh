@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# The main job, on the sample data bundled under samples/: installs what is
+# missing, builds, and shows what Quibly's core does with no coding agent on
+# the machine.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/deps.sh >/dev/null
+echo "Building (release)..."
+bash scripts/build.sh release >/dev/null
+bin=$PWD/build/release
+quibly=$bin/Quibly/quibly
+hook=$bin/QuiblyApprove/quibly-approve
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+
+section() { printf '\n\033[1m%s\033[0m\n' "$1"; }
+
+# One approval round trip: the real hook, fed a real agent's event, against
+# `quibly approve` on a temporary socket answering with the given policy.
+round_trip() {
+  local sample=$1 agent=$2 policy=$3 socket=$tmp/approve.sock
+  "$quibly" approve --socket "$socket" --json "--$policy-all" >"$tmp/app.log" &
+  local app=$!
+  for _ in $(seq 100); do [ -S "$socket" ] && break; sleep 0.05; done
+  QUIBLY_APPROVE_SOCKET=$socket "$hook" "$agent" <"samples/agents/$sample" >"$tmp/answer"
+  kill -INT "$app"
+  wait "$app"
+  echo "· $sample"
+  echo "  the app was sent:   $(grep -E '"event":"(request|notice)"' "$tmp/app.log" | sed -E 's/.*"request"://; s/}$//')"
+  if grep -q '"event":"notice"' "$tmp/app.log"; then
+    echo "  a notice only: this agent's hook cannot carry an answer, so the hook returned at once"
+  else
+    echo "  the person chose:   $policy"
+  fi
+  if [ -s "$tmp/answer" ]; then
+    echo "  $agent receives:    $(cat "$tmp/answer")"
+  else
+    echo "  $agent receives:    nothing, and asks in its own way"
+  fi
+}
+
+section "Approval round trips (quibly-approve against quibly approve on a temporary socket)"
+round_trip claude-PermissionRequest-Bash.json claude allow
+round_trip claude-PermissionRequest-Bash-from-subagent.json claude deny
+round_trip claude-PermissionRequest-AskUserQuestion.json claude defer
+round_trip codex-PermissionRequest-Bash.json codex allow
+round_trip gemini-Notification-ToolPermission.json gemini allow
+start=$(date +%s%N)
+QUIBLY_APPROVE_SOCKET=$tmp/nobody.sock "$hook" claude <samples/agents/claude-PermissionRequest-Bash.json
+echo "· with Quibly not running, the hook printed nothing and returned in $(( ($(date +%s%N) - start) / 1000000 )) ms"
