@@ -218,6 +218,10 @@ void encodeNumber(std::string& out, double d) {
       return;
     }
     r = std::to_chars(buf, buf + sizeof buf, static_cast<int64_t>(d));
+  } else if (std::fabs(d) >= 9007199254740992.0) {
+    // Large whole numbers in plain digits would read back as integers too big
+    // for the parser; the exponent form reads back as the same double.
+    r = std::to_chars(buf, buf + sizeof buf, d, std::chars_format::scientific);
   } else {
     r = std::to_chars(buf, buf + sizeof buf, d);
   }

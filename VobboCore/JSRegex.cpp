@@ -25,8 +25,12 @@ class MatchData {
  public:
   explicit MatchData(uint32_t groups) {
     if (groups <= kInlineGroups) {
-      thread_local pcre2_match_data* shared = pcre2_match_data_create(kInlineGroups, nullptr);
-      data_ = shared;
+      struct Free {
+        void operator()(pcre2_match_data* md) const { pcre2_match_data_free(md); }
+      };
+      thread_local std::unique_ptr<pcre2_match_data, Free> shared(
+          pcre2_match_data_create(kInlineGroups, nullptr));
+      data_ = shared.get();
     } else {
       owned_ = pcre2_match_data_create(groups, nullptr);
       data_ = owned_;

@@ -56,6 +56,8 @@ TEST(JSONValueTest, PrintsNumbersShortestAndIntegralWithoutFraction) {
       {2.5, "2.5"},
       {9007199254740991.0, "9007199254740991"},
       {1.0 / 3, "0.3333333333333333"},
+      {3.333336666666667e19, "3.333336666666667e+19"},
+      {1e20, "1e+20"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
