@@ -24,20 +24,38 @@ JSONObject::JSONObject(std::initializer_list<Entry> entries)
     : JSONObject(fromUnsorted(std::vector<Entry>(entries))) {}
 
 JSONObject JSONObject::fromUnsorted(std::vector<Entry> entries) {
-  std::stable_sort(entries.begin(), entries.end(),
-                   [](const Entry& a, const Entry& b) { return a.first < b.first; });
-  // For a repeated key keep the last entry, as a later member overrides an earlier one.
-  std::vector<Entry> unique;
-  unique.reserve(entries.size());
-  for (auto& e : entries) {
-    if (!unique.empty() && unique.back().first == e.first) {
-      unique.back().second = std::move(e.second);
+  auto byKey = [](const Entry& a, const Entry& b) { return a.first < b.first; };
+  if (!std::is_sorted(entries.begin(), entries.end(), byKey)) {
+    // Objects are small: a stable insertion sort needs no scratch buffer.
+    if (entries.size() <= 32) {
+      for (size_t i = 1; i < entries.size(); ++i) {
+        for (size_t j = i; j > 0 && byKey(entries[j], entries[j - 1]); --j)
+          std::swap(entries[j], entries[j - 1]);
+      }
     } else {
-      unique.push_back(std::move(e));
+      std::stable_sort(entries.begin(), entries.end(), byKey);
     }
   }
+  // For a repeated key keep the last entry, as a later member overrides an earlier one.
+  size_t kept = 0;
+  for (size_t i = 0; i < entries.size(); ++i) {
+    if (kept > 0 && entries[kept - 1].first == entries[i].first) {
+      entries[kept - 1].second = std::move(entries[i].second);
+    } else if (kept != i) {
+      entries[kept++] = std::move(entries[i]);
+    } else {
+      ++kept;
+    }
+  }
+  entries.resize(kept);
   JSONObject o;
-  o.entries_ = std::move(unique);
+  o.entries_ = std::move(entries);
+  return o;
+}
+
+JSONObject JSONObject::fromSortedUnique(std::vector<Entry> entries) {
+  JSONObject o;
+  o.entries_ = std::move(entries);
   return o;
 }
 
@@ -122,6 +140,36 @@ const JSONValue* JSONValue::firstOf(std::initializer_list<std::string_view> keys
 
 namespace {
 
+// Members of the objects being built, as a stack shared by the recursion: an
+// object's members are sorted here as small plain records, and only then are
+// keys and values built, once each, in their final order.
+struct Member {
+  std::string_view key;
+  simdjson::dom::element value;
+};
+thread_local std::vector<Member> tMembers;
+
+JSONValue fromElement(simdjson::dom::element e);
+
+JSONValue fromObject(simdjson::dom::object o) {
+  const size_t base = tMembers.size();
+  for (simdjson::dom::key_value_pair kv : o) tMembers.push_back({kv.key, kv.value});
+  auto first = tMembers.begin() + static_cast<std::ptrdiff_t>(base);
+  auto byKey = [](const Member& a, const Member& b) { return a.key < b.key; };
+  if (!std::is_sorted(first, tMembers.end(), byKey)) std::stable_sort(first, tMembers.end(), byKey);
+  const size_t end = tMembers.size();
+  std::vector<JSONObject::Entry> entries;
+  entries.reserve(end - base);
+  for (size_t i = base; i < end; ++i) {
+    // For a repeated key the last member wins, as it overrides the earlier ones.
+    if (i + 1 < end && tMembers[i + 1].key == tMembers[i].key) continue;
+    Member m = tMembers[i];  // copied: the recursion may grow the stack
+    entries.emplace_back(std::string(m.key), fromElement(m.value));
+  }
+  tMembers.resize(base);
+  return JSONValue(JSONObject::fromSortedUnique(std::move(entries)));
+}
+
 JSONValue fromElement(simdjson::dom::element e) {
   using simdjson::dom::element_type;
   switch (e.type()) {
@@ -132,15 +180,8 @@ JSONValue fromElement(simdjson::dom::element e) {
       for (simdjson::dom::element child : a) out.push_back(fromElement(child));
       return JSONValue(std::move(out));
     }
-    case element_type::OBJECT: {
-      simdjson::dom::object o = e.get_object().value_unsafe();
-      std::vector<JSONObject::Entry> entries;
-      entries.reserve(o.size());
-      for (simdjson::dom::key_value_pair kv : o) {
-        entries.emplace_back(std::string(kv.key), fromElement(kv.value));
-      }
-      return JSONValue(JSONObject::fromUnsorted(std::move(entries)));
-    }
+    case element_type::OBJECT:
+      return fromObject(e.get_object().value_unsafe());
     case element_type::INT64:
       return JSONValue(static_cast<double>(e.get_int64().value_unsafe()));
     case element_type::UINT64:
@@ -177,7 +218,7 @@ std::string parseFailure(simdjson::error_code code) {
 // One parser per thread: its buffers are reused between calls, which matters
 // for the many small documents of a transcript. A parser that grew for a very
 // large document is given back so a thread does not keep the memory.
-constexpr size_t kKeepParserCapacity = 8u << 20;
+constexpr size_t kKeepParserCapacity = 256u << 20;
 
 }  // namespace
 

@@ -57,6 +57,8 @@ class JSONObject {
 
   // Builds from entries in any order; for a repeated key the last one wins.
   static JSONObject fromUnsorted(std::vector<Entry> entries);
+  // Adopts entries already sorted by key with no key repeated.
+  static JSONObject fromSortedUnique(std::vector<Entry> entries);
 
  private:
   std::vector<Entry>::const_iterator lowerBound(std::string_view key) const;

@@ -1,10 +1,11 @@
 // Building our tree from JSON text, against simdjson parsing the same text
-// alone (the limit). The document is generated: records shaped like the lines
+// alone (the limit). The documents are generated: records shaped like the lines
 // of a coding agent's transcript (ids, timestamps, nested message content,
-// long tool output), about 64 MB in all.
+// long tool output), 4 MB (the size of a busy store document) and 64 MB.
 #include <benchmark/benchmark.h>
 #include <simdjson.h>
 
+#include <map>
 #include <random>
 #include <string>
 
@@ -12,11 +13,11 @@
 
 namespace {
 
-const std::string& document() {
-  static const std::string doc = [] {
+std::string makeDocument(size_t bytes) {
+  {
     std::mt19937 random(42);
     std::string out = "[";
-    for (int i = 0; out.size() < (64u << 20); ++i) {
+    for (int i = 0; out.size() < bytes; ++i) {
       if (i) out += ',';
       std::string output(200 + random() % 4000, 'x');
       for (size_t k = 0; k < output.size(); k += 60) output[k] = ' ';
@@ -33,13 +34,19 @@ const std::string& document() {
     }
     out += "]";
     return out;
-  }();
+  }
+}
+
+const std::string& document(int64_t megabytes) {
+  static std::map<int64_t, std::string> docs;
+  auto& doc = docs[megabytes];
+  if (doc.empty()) doc = makeDocument(static_cast<size_t>(megabytes) << 20);
   return doc;
 }
 
 void simdjsonAlone(benchmark::State& state) {
   simdjson::dom::parser parser;
-  const std::string& doc = document();
+  const std::string& doc = document(state.range(0));
   for (auto _ : state) {
     simdjson::dom::element root;
     if (parser.parse(doc.data(), doc.size(), true).get(root)) state.SkipWithError("parse failed");
@@ -49,7 +56,7 @@ void simdjsonAlone(benchmark::State& state) {
 }
 
 void jsonValueTree(benchmark::State& state) {
-  const std::string& doc = document();
+  const std::string& doc = document(state.range(0));
   for (auto _ : state) {
     auto value = vobbo::JSONValue::parse(doc);
     if (!value) state.SkipWithError("parse failed");
@@ -58,8 +65,18 @@ void jsonValueTree(benchmark::State& state) {
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * doc.size()));
 }
 
-BENCHMARK(simdjsonAlone)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly(true);
-BENCHMARK(jsonValueTree)->Unit(benchmark::kMillisecond)->Repetitions(9)->ReportAggregatesOnly(true);
+BENCHMARK(simdjsonAlone)
+    ->Arg(4)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(jsonValueTree)
+    ->Arg(4)
+    ->Arg(64)
+    ->Unit(benchmark::kMillisecond)
+    ->Repetitions(9)
+    ->ReportAggregatesOnly(true);
 
 }  // namespace
 

@@ -8,8 +8,8 @@ bash scripts/deps.sh >/dev/null
 echo "Building (release)..."
 bash scripts/build.sh release >/dev/null
 bin=$PWD/build/release
-quibly=$bin/Quibly/quibly
-hook=$bin/QuiblyApprove/quibly-approve
+quibly=$bin/bin/quibly
+hook=$bin/bin/quibly-approve
 tmp=$(mktemp -d)
 trap 'rm -rf "$tmp"' EXIT
 
