@@ -12,6 +12,8 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"hooks", "Show, install or remove the approval hook in each coding agent's settings",
+     addHooksCommand},
 };
 
 std::string selfPath(const char* argv0) {
@@ -42,7 +44,8 @@ int run(int argc, char** argv, Io& io) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
     // CLI11 reports help and usage errors as exceptions; they end here.
-    return app.exit(e, io.out, io.err);
+    // Usage errors exit 2, whatever code CLI11 gives them.
+    return app.exit(e, io.out, io.err) == 0 ? 0 : 2;
   }
   return status;
 }
