@@ -175,12 +175,14 @@ Result<std::string> HookConfig::install(std::optional<std::string_view> data, co
 Result<std::string> HookConfig::remove(std::optional<std::string_view> data, const Target& target) {
   auto settings = root(data, target.path);
   if (!settings) return settings.failure();
-  // A file without "hooks" gains nothing from removal: it is given back as it was
-  // instead of with a new empty "hooks".
-  if (!settings->contains("hooks")) return encode(*settings);
+  // Settings without our event are given back as they were: removal never adds
+  // an empty "hooks" nor turns a null into an object.
+  const JSONValue* hooksValue = settings->find("hooks");
+  if (!hooksValue || hooksValue->isNull()) return encode(*settings);
   auto hooks = hooksOf(*settings, target);
   if (!hooks) return hooks.failure();
-  if (!(*hooks)->contains(target.event)) return encode(*settings);
+  const JSONValue* listValue = (*hooks)->find(target.event);
+  if (!listValue || listValue->isNull()) return encode(*settings);
   auto entries = entriesOf(**hooks, target);
   if (!entries) return entries.failure();
 
