@@ -84,11 +84,13 @@ enum class Operation { install, remove };
 
 constexpr int kUsage = 2;
 
+// "claude, codex, grok or gemini"
 std::string agentWords() {
+  constexpr auto kAgents = vobbo::allCases<Agent>();
   std::string out;
-  for (Agent agent : vobbo::allCases<Agent>()) {
-    if (!out.empty()) out += agent == Agent::gemini ? " or " : ", ";
-    out += vobbo::rawValue(agent);
+  for (size_t i = 0; i < kAgents.size(); ++i) {
+    if (i > 0) out += i + 1 == kAgents.size() ? " or " : ", ";
+    out += vobbo::rawValue(kAgents[i]);
   }
   return out;
 }
@@ -278,7 +280,9 @@ int runStatus(Io& io, bool json) {
   return 0;
 }
 
-void addChangeCommand(CLI::App& parent, Io& io, int& status, Operation operation) {
+// `parentJson` is `quibly hooks --json`, which counts for the subcommand too.
+void addChangeCommand(CLI::App& parent, Io& io, int& status, Operation operation,
+                      std::shared_ptr<bool> parentJson) {
   const bool install = operation == Operation::install;
   CLI::App* command = parent.add_subcommand(
       install ? "install" : "remove",
@@ -295,8 +299,10 @@ void addChangeCommand(CLI::App& parent, Io& io, int& status, Operation operation
         "The quibly-approve program the agents run (default: the one beside quibly)");
   }
   command->add_flag("--json", options->json, "Print the result as JSON");
-  command->callback(
-      [&io, &status, options, operation] { status = runChange(io, *options, operation); });
+  command->callback([&io, &status, options, operation, parentJson] {
+    options->json = options->json || *parentJson;
+    status = runChange(io, *options, operation);
+  });
 }
 
 }  // namespace
@@ -304,9 +310,9 @@ void addChangeCommand(CLI::App& parent, Io& io, int& status, Operation operation
 void addHooksCommand(CLI::App& command, Io& io, int& status) {
   command.require_subcommand(0, 1);
   auto json = std::make_shared<bool>(false);
-  command.add_flag("--json", *json, "Print the status as JSON");
-  addChangeCommand(command, io, status, Operation::install);
-  addChangeCommand(command, io, status, Operation::remove);
+  command.add_flag("--json", *json, "Print the status (or the changes) as JSON");
+  addChangeCommand(command, io, status, Operation::install, json);
+  addChangeCommand(command, io, status, Operation::remove, json);
   // CLI11 runs this after a chosen subcommand's callback; the status table is
   // only for `quibly hooks` alone.
   CLI::App* self = &command;
