@@ -84,6 +84,11 @@ enum class Operation { install, remove };
 
 constexpr int kUsage = 2;
 
+constexpr std::string_view kBackupNote =
+    "Before a change, the settings file as it was is saved beside it as <file>.quibly-backup. "
+    "The backup is refreshed at every change, so it holds the file just before Quibly's latest "
+    "edit.";
+
 // "claude, codex, grok or gemini"
 std::string agentWords() {
   constexpr auto kAgents = vobbo::allCases<Agent>();
@@ -284,19 +289,24 @@ int runStatus(Io& io, bool json) {
 void addChangeCommand(CLI::App& parent, Io& io, int& status, Operation operation,
                       std::shared_ptr<bool> parentJson) {
   const bool install = operation == Operation::install;
-  CLI::App* command = parent.add_subcommand(
-      install ? "install" : "remove",
-      install ? "Install the approval hook. Each changed settings file is first saved as "
-                "<file>.quibly-backup, refreshed at every change."
-              : "Remove the approval hook, keeping everything else in the settings files. Each "
-                "changed file is first saved as <file>.quibly-backup.");
+  CLI::App* command =
+      install ? parent.add_subcommand("install",
+                                      "Install the approval hook for every agent, or for those "
+                                      "named with --agent")
+              : parent.add_subcommand("remove",
+                                      "Remove the approval hook, keeping everything else in the "
+                                      "settings files");
+  command->footer(std::string(kBackupNote));
   auto options = std::make_shared<Options>();
-  command->add_option("--agent", options->agents,
-                      "Only this agent: claude, codex, grok or gemini (repeatable; default all)");
+  command
+      ->add_option("--agent", options->agents,
+                   "Only this agent: claude, codex, grok or gemini (repeatable; default all)")
+      ->type_name("NAME");
   if (install) {
-    command->add_option(
-        "--helper", options->helper,
-        "The quibly-approve program the agents run (default: the one beside quibly)");
+    command
+        ->add_option("--helper", options->helper,
+                     "The quibly-approve program the agents run (default: the one beside quibly)")
+        ->type_name("PATH");
   }
   command->add_flag("--json", options->json, "Print the result as JSON");
   command->callback([&io, &status, options, operation, parentJson] {
@@ -313,6 +323,10 @@ void addHooksCommand(CLI::App& command, Io& io, int& status) {
   command.add_flag("--json", *json, "Print the status (or the changes) as JSON");
   addChangeCommand(command, io, status, Operation::install, json);
   addChangeCommand(command, io, status, Operation::remove, json);
+  command.footer(
+      "Without a subcommand, shows for each agent whether the hook is on, off, or unreadable "
+      "(a settings file Quibly cannot read is reported and never changed).\n" +
+      std::string(kBackupNote));
   // CLI11 runs this after a chosen subcommand's callback; the status table is
   // only for `quibly hooks` alone.
   CLI::App* self = &command;

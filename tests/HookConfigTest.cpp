@@ -65,6 +65,16 @@ TEST(HookConfigTest, InstallAndRemoveKeepEverythingElse) {
     (*after["hooks"].object())[target.event] = list;
     EXPECT_EQ(after, parsed(kBusySettings));
 
+    // Installing again changes nothing; a moved helper replaces the old path.
+    auto again = HookConfig::install(*installed, target, kHelper);
+    ASSERT_OK(again);
+    EXPECT_EQ(*again, *installed);
+    auto moved = HookConfig::install(kBusySettings, target, "/old/quibly-approve");
+    ASSERT_OK(moved);
+    auto replaced = HookConfig::install(*moved, target, kHelper);
+    ASSERT_OK(replaced);
+    EXPECT_EQ(*replaced, *installed);
+
     auto removed = HookConfig::remove(*installed, target);
     ASSERT_OK(removed);
     EXPECT_EQ(parsed(*removed), parsed(kBusySettings));
@@ -110,22 +120,6 @@ TEST(HookConfigTest, WritesTheEntryEachAgentExpects) {
                                     "/home/dev/scratch/gemini/run-1795274111/quibly-approve");
   ASSERT_OK(gemini);
   EXPECT_EQ(parsed(*gemini), parsed(geminiSample));
-}
-
-TEST(HookConfigTest, InstallingAgainLeavesOneEntryWithTheNewPath) {
-  const Target target = Target::claude("/home/me");
-  auto first = HookConfig::install(kBusySettings, target, "/old/place/quibly-approve");
-  ASSERT_OK(first);
-  auto second = HookConfig::install(*first, target, kHelper);
-  ASSERT_OK(second);
-  auto third = HookConfig::install(*second, target, kHelper);
-  ASSERT_OK(third);
-  EXPECT_EQ(*third, *second);
-  const JSONObject settings = parsed(*third);
-  const JSONValue::Array& list = eventList(settings, target);
-  EXPECT_EQ(HookConfig::without(list).size(), list.size() - 1);
-  EXPECT_EQ(list.back().arrayAt("hooks")->front().stringAt("command"),
-            HookConfig::command(kHelper, Agent::claude));
 }
 
 TEST(HookConfigTest, RemoveTakesOutOnlyWhatIsOurs) {
