@@ -12,6 +12,8 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"hooks", "Show, install or remove the approval hook in each coding agent's settings",
+     addHooksCommand},
 };
 
 std::string selfPath(const char* argv0) {

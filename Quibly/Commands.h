@@ -38,5 +38,6 @@ int run(int argc, char** argv, Io& io);
 
 // The rows of the table; each is defined in the command's own file.
 void addApproveCommand(CLI::App& command, Io& io, int& status);
+void addHooksCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

@@ -210,8 +210,12 @@ std::string parseFailure(simdjson::error_code code) {
       return "The text is too large to read as JSON.";
     case simdjson::MEMALLOC:
       return "There was not enough memory to read the JSON.";
-    default:
-      return std::string("The text is not valid JSON: ") + simdjson::error_message(code) + ".";
+    default: {
+      // simdjson's messages may already end in a full stop.
+      std::string_view message = simdjson::error_message(code);
+      while (!message.empty() && message.back() == '.') message.remove_suffix(1);
+      return "The text is not valid JSON: " + std::string(message) + ".";
+    }
   }
 }
 

@@ -181,3 +181,19 @@ TEST(JSONCodecTest, RecordsRoundTripAndDecodeStrictly) {
 
 }  // namespace
 }  // namespace vobbo
+
+namespace vobbo {
+namespace {
+
+TEST(JSONValueTest, ParseFailuresEndInOneFullStop) {
+  for (std::string_view text : {"", "{", "{\"a\": 1,", "[1 2]", "\"\xff\"", "1 2"}) {
+    SCOPED_TRACE(text);
+    auto parsed = JSONValue::parse(text);
+    ASSERT_FALSE(parsed.ok());
+    EXPECT_EQ(parsed.error().back(), '.');
+    EXPECT_EQ(parsed.error().find(".."), std::string::npos) << parsed.error();
+  }
+}
+
+}  // namespace
+}  // namespace vobbo
