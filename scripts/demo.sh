@@ -23,6 +23,8 @@ round_trip() {
   local app=$!
   for _ in $(seq 100); do [ -S "$socket" ] && break; sleep 0.05; done
   QUIBLY_APPROVE_SOCKET=$socket "$hook" "$agent" <"samples/agents/$sample" >"$tmp/answer"
+  # A notice is fire-and-forget: give the app a moment to take it in.
+  for _ in $(seq 100); do grep -qE '"event":"(request|notice)"' "$tmp/app.log" && break; sleep 0.02; done
   kill -INT "$app"
   wait "$app"
   echo "· $sample"
@@ -48,3 +50,12 @@ round_trip gemini-Notification-ToolPermission.json gemini allow
 start=$(date +%s%N)
 QUIBLY_APPROVE_SOCKET=$tmp/nobody.sock "$hook" claude <samples/agents/claude-PermissionRequest-Bash.json
 echo "· with Quibly not running, the hook printed nothing and returned in $(( ($(date +%s%N) - start) / 1000000 )) ms"
+
+section "Installing the hook into each agent's settings (in a temporary home folder)"
+mkdir -p "$tmp/home/.claude"
+echo '{"model": "opus", "permissions": {"allow": ["Bash(ls:*)"]}}' >"$tmp/home/.claude/settings.json"
+HOME=$tmp/home "$quibly" hooks install
+HOME=$tmp/home "$quibly" hooks
+echo "· Claude Code's settings keep what the person had:"
+sed 's/^/    /' "$tmp/home/.claude/settings.json"
+HOME=$tmp/home "$quibly" hooks remove
