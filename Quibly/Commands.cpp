@@ -12,6 +12,9 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"sessions", "Show the coding-agent sessions on this machine and what each is doing",
+     addSessionsCommand},
+    {"transcript", "Fold one transcript file and print its state as JSON", addTranscriptCommand},
 };
 
 std::string selfPath(const char* argv0) {
