@@ -164,22 +164,23 @@ std::string benchFolder() {
   return std::string(tmp && *tmp ? tmp : "/tmp") + "/quibly-transcript-bench";
 }
 
+// The size of a file, 0 when there is none.
+int64_t sizeOf(const std::string& path) {
+  std::error_code ec;
+  auto size = std::filesystem::file_size(path, ec);
+  return ec ? 0 : static_cast<int64_t>(size);
+}
+
 // The 128 MB transcript, written on first use.
 const std::string& transcriptPath() {
   static const std::string path = [] {
     std::string folder = benchFolder();
     std::filesystem::create_directories(folder);
     std::string file = folder + "/claude-128mb.jsonl";
-    std::error_code ec;
-    if (std::filesystem::file_size(file, ec) < (128u << 20)) writeTranscript(file, 128);
+    if (sizeOf(file) < (128 << 20)) writeTranscript(file, 128);
     return file;
   }();
   return path;
-}
-
-int64_t sizeOf(const std::string& path) {
-  std::error_code ec;
-  return static_cast<int64_t>(std::filesystem::file_size(path, ec));
 }
 
 void Fold(benchmark::State& state) {
