@@ -323,9 +323,8 @@ std::optional<std::string> knownArgument(const JSONValue& input) {
 
 }  // namespace
 
-std::string Transcript::toolArgument(std::string_view name, const JSONValue& input,
+std::string Transcript::toolArgument([[maybe_unused]] std::string_view name, const JSONValue& input,
                                      std::string_view raw) {
-  (void)name;
   std::string argument;
   if (auto questions = questionsOf(input)) {
     argument = questions->front().text;

@@ -61,8 +61,11 @@ bool isContext(std::string_view said) {
   return said.size() > 2 && said.front() == '<' && said.back() == '>';
 }
 
+// Whether a prompt is new, or one already counted written again.
+enum class Prompt { fresh, repeated };
+
 void foldPrompt(TranscriptState& s, std::string key, std::string_view said,
-                std::optional<double> time, bool countTurn) {
+                std::optional<double> time, Prompt prompt) {
   said = Text::trim(said);
   if (said.empty() || isContext(said)) return;
   s.turnEnded = false;
@@ -70,7 +73,7 @@ void foldPrompt(TranscriptState& s, std::string key, std::string_view said,
   s.lastKind = LineKind::user;
   s.lastText = Text::cut(said, Transcript::kLastTextLimit);
   s.saidRaw.reset();
-  if (!countTurn) return;
+  if (prompt == Prompt::repeated) return;
   addChecked(s.turns, 1);
   Transcript::remember(
       s, {Kind::prompt, std::nullopt, Text::cut(said, Transcript::kTailTextLimit), time});
@@ -204,7 +207,7 @@ void foldCodexResponse(TranscriptState& s, const Record& r, const JSONValue& pay
     auto role = payload.stringAt("role").value_or("");
     const JSONValue* content = payload.get("content");
     std::string said = content ? Transcript::textOf(*content) : "";
-    if (role == "user") foldPrompt(s, Transcript::lineKey(r, "prompt"), said, time, true);
+    if (role == "user") foldPrompt(s, Transcript::lineKey(r, "prompt"), said, time, Prompt::fresh);
     if (role == "assistant") foldSaid(s, Transcript::lineKey(r, "text"), said, time);
   }
 }
@@ -401,7 +404,7 @@ void foldGeminiMessage(TranscriptState& s, const JSONValue& row, std::optional<d
     }
     std::string said = partsText(*content);
     if (!s.cwd) s.cwd = workspaceOf(said);
-    foldPrompt(s, geminiKey(id), said, time, !again);
+    foldPrompt(s, geminiKey(id), said, time, again ? Prompt::repeated : Prompt::fresh);
   } else if (type == "gemini") {
     foldGeminiModel(s, row, id, time);
   } else if (type == "error") {
@@ -476,7 +479,7 @@ void Transcript::foldGrokRow(TranscriptState& s, const Record& r) {
   countRev(s);
   if (*type == "turn_started") {
     auto prompt = r.stringAt("prompt");
-    if (prompt) foldPrompt(s, grokKey(r, "prompt"), *prompt, time, true);
+    if (prompt) foldPrompt(s, grokKey(r, "prompt"), *prompt, time, Prompt::fresh);
     s.turnEnded = false;
   } else if (*type == "loop_started" || *type == "first_token" || *type == "phase_changed") {
     s.turnEnded = false;
@@ -527,7 +530,7 @@ void Transcript::foldCursorRow(TranscriptState& s, const Record& r) {
   if (auto id = r.nonEmptyStringAt("id")) key = "cursor:" + std::string(*id);
   if (*role == "user") {
     std::string said = partsText(*content);
-    foldPrompt(s, key, unwrapQuery(said), time, true);
+    foldPrompt(s, key, unwrapQuery(said), time, Prompt::fresh);
   } else if (*role == "assistant") {
     if (auto model = r.nonEmptyStringAt("model")) s.model = shortModel(*model);
     if (const JSONValue* call = hasBlock(*content, "tool-call")) {
@@ -633,7 +636,8 @@ void Transcript::foldAiderLine(TranscriptState& s, std::string_view line) {
   if (line.starts_with("#### ")) {
     std::string_view prompt = line.substr(5);
     bool continuing = s.lastKind == LineKind::user;  // a prompt of many lines counts once
-    foldPrompt(s, "aider:prompt@" + std::to_string(s.turns), prompt, std::nullopt, !continuing);
+    foldPrompt(s, "aider:prompt@" + std::to_string(s.turns), prompt, std::nullopt,
+               continuing ? Prompt::repeated : Prompt::fresh);
     return;
   }
   if (line.starts_with("> ")) return foldAiderNote(s, Text::trim(line.substr(2)));

@@ -152,7 +152,7 @@ bool writeTranscript(const std::string& path, size_t megabytes) {
   size_t written = 0;
   while (written < megabytes << 20) {
     chunk.clear();
-    for (int i = 0; i < 16; ++i) generator.turn(chunk);
+    generator.turn(chunk);
     out.write(chunk.data(), static_cast<std::streamsize>(chunk.size()));
     written += chunk.size();
   }

@@ -226,6 +226,19 @@ TEST_F(TranscriptIndexTest, LargeFileStartsFromItsTail) {
   EXPECT_EQ(index.entries()[0].state->lastText, "after");
 }
 
+TEST_F(TranscriptIndexTest, HugeGarbageLineIsPassedOver) {
+  std::string path = home_.file("huge.jsonl");
+  std::string garbage(50 << 20, '\x9c');
+  garbage[0] = '{';
+  test::writeFile(path, garbage + "\n" +
+                            R"({"type":"user","uuid":"z","message":{"content":"still here"}})"
+                            "\n");
+  auto state = TranscriptIndex::foldFile(path, AgentKind::claude);
+  ASSERT_OK(state);
+  EXPECT_EQ(state->lastText, "still here");
+  EXPECT_EQ(state->turns, 1);
+}
+
 TEST_F(TranscriptIndexTest, FoldFileExplainsWhatItCannotRead) {
   EXPECT_ERROR(
       TranscriptIndex::foldFile(home_.file("missing.jsonl"), AgentKind::claude),
