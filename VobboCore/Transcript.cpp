@@ -505,7 +505,9 @@ void Transcript::foldClaudeRow(TranscriptState& s, const Record& r, std::string_
     if (!s.rev) s.rev = 0;
     addChecked(*s.rev, 1);
     if (!s.sessionId) s.sessionId = text(r, "sessionId");
-    if (isTruthy(r.get("isSidechain"))) s.subagent = true;
+    // A subagent's own file starts with a side-chain record; older sessions
+    // also kept side chains inside the main file, which stays a session.
+    if (*s.rev == 1 && s.partial != true && isTruthy(r.get("isSidechain"))) s.subagent = true;
   }
   if (*type == "queue-operation") {
     auto operation = r.stringAt("operation");

@@ -50,7 +50,16 @@ TEST(TranscriptTest, RealClaudeSessionsFoldToTheirEnd) {
     ASSERT_TRUE(s.cwd);
     EXPECT_TRUE(s.cwd->starts_with("/home/dev/scratch/claude/runs/"));
     EXPECT_FALSE(Transcript::pendingOf(s));
+    EXPECT_FALSE(s.subagent);
   }
+  auto sub = linesOf(test::dataPath(
+      "transcripts/claude/-home-dev-scratch-claude-runs-agent-tui-allow-20261121-151646-work/"
+      "7c6e173d-f95c-4c12-8641-e07165238fb1/subagents/agent-a7361cdcd2706293a.jsonl"));
+  EXPECT_EQ(Transcript::foldClaude(views(sub)).subagent, true);
+  // A side chain inside a session's own file does not make it a subagent.
+  auto mixed = linesOf(test::dataPath(kClaudeBash));
+  mixed.push_back(R"({"type":"user","isSidechain":true,"message":{"content":"side"}})");
+  EXPECT_FALSE(Transcript::foldClaude(views(mixed)).subagent);
 }
 
 // The selective reader must see each record exactly as a full parse would.
