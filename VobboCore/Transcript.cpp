@@ -3,10 +3,12 @@
 // meanings: a tool call that needs an answer is pending, a prompt counts a turn,
 // the turn's end is an explicit record.
 //
-// Claude Code writes one record per line, not always in time order (a reply
-// can be written before the prompt it answers). Records are folded in file
-// order; only `lastAt` takes the latest time seen, so an early-written reply
-// never moves a session's age backwards.
+// Claude Code writes one record per line, not always in time order: a prompt
+// can be written after the replies to it, and even after the tool call that now
+// waits for the person. Records are folded in file order, with two exceptions
+// for time: `lastAt` only ever moves forward, and a prompt older than what the
+// file already told counts as a turn and joins the tail at its place in time,
+// but does not change what the session is doing now.
 
 #include "Transcript.h"
 
@@ -31,20 +33,8 @@ namespace {
 
 using Record = Transcript::Record;
 
-// No single record reports more tokens than this; larger numbers are garbage and
-// are capped so that no input can push a counter over its limit.
-constexpr double kMaxTokensPerRecord = 1e12;
-
-int64_t tokenCount(const JSONValue* value) {
-  const double* n = value ? value->number() : nullptr;
-  if (!n || !std::isfinite(*n) || *n <= 0) return 0;
-  return static_cast<int64_t>(std::min(*n, kMaxTokensPerRecord));
-}
-
-std::optional<std::string> text(const JSONValue& object, std::string_view key) {
-  auto s = object.stringAt(key);
-  return s ? std::optional<std::string>(*s) : std::nullopt;
-}
+using TranscriptRecord::text;
+using TranscriptRecord::tokenCount;
 
 std::string_view trimLeading(std::string_view s) {
   size_t i = 0;
@@ -60,6 +50,21 @@ bool isConversationType(std::string_view type) {
 }  // namespace
 
 // ---- Small readers ------------------------------------------------------
+
+int64_t TranscriptRecord::tokenCount(const JSONValue* value) {
+  // No record reports more tokens than this; larger numbers are garbage, and
+  // capping them keeps a counter from overflowing on anything short of
+  // millions of such records.
+  constexpr double kMaxTokensPerRecord = 1e12;
+  const double* n = value ? value->number() : nullptr;
+  if (!n || !std::isfinite(*n) || *n <= 0) return 0;
+  return static_cast<int64_t>(std::min(*n, kMaxTokensPerRecord));
+}
+
+std::optional<std::string> TranscriptRecord::text(const JSONValue& object, std::string_view key) {
+  auto s = object.stringAt(key);
+  return s ? std::optional<std::string>(*s) : std::nullopt;
+}
 
 std::optional<double> TranscriptRecord::time(TranscriptState& state, const JSONValue& record,
                                              std::string_view key) {

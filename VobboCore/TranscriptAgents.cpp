@@ -33,16 +33,8 @@ namespace {
 using Record = Transcript::Record;
 using Kind = LiveTailItem::Kind;
 
-std::optional<std::string> text(const JSONValue& object, std::string_view key) {
-  auto s = object.stringAt(key);
-  return s ? std::optional<std::string>(*s) : std::nullopt;
-}
-
-int64_t tokenCount(const JSONValue* value) {
-  const double* n = value ? value->number() : nullptr;
-  if (!n || !std::isfinite(*n) || *n <= 0) return 0;
-  return static_cast<int64_t>(std::min(*n, 1e12));
-}
+using TranscriptRecord::text;
+using TranscriptRecord::tokenCount;
 
 // Remembers an item unless it repeats the newest one.
 void rememberOnce(TranscriptState& s, LiveTailItem item) {

@@ -5,8 +5,13 @@
 // after their "type", "timestamp" and "cwd". A transcript's bytes are mostly tool
 // output and file snapshots, so this is what keeps folding near the speed of
 // parsing alone. Other agents' lines are read whole.
+//
+// Also here: the few field readers every agent's fold shares. This header is the
+// folds' own; callers use Transcript.h.
 
+#include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "JSONValue.h"
@@ -20,6 +25,13 @@ std::optional<JSONValue> readClaude(std::string_view line);
 
 // The whole record of a line, or nothing when the line is not a JSON object.
 std::optional<JSONValue> readObject(std::string_view line);
+
+// A token count read from a JSON number: 0 for anything that is not a positive
+// number, and capped at a trillion.
+int64_t tokenCount(const JSONValue* value);
+
+// The text at key, copied; nothing when the key is absent or holds another case.
+std::optional<std::string> text(const JSONValue& object, std::string_view key);
 
 // The time of the record's `key` field (ISO 8601 text), moving the state's
 // lastAt forward to it; nothing when the field is absent or unreadable.
