@@ -148,9 +148,8 @@ void printSessions(const vobbo::TranscriptIndex& index, double nowMs, const Opti
   for (const IndexedTranscript& entry : index.entries()) {
     if (shown(entry, nowMs, options)) sessions.push_back(&entry);
   }
-  std::stable_sort(sessions.begin(), sessions.end(), [](const auto* a, const auto* b) {
-    return activityMs(*a) > activityMs(*b);
-  });
+  std::stable_sort(sessions.begin(), sessions.end(),
+                   [](const auto* a, const auto* b) { return activityMs(*a) > activityMs(*b); });
   for (const IndexedTranscript* entry : sessions) rows.push_back(rowOf(*entry, nowMs));
   if (rows.size() > 1) return printTable(rows, out);
   if (options.all) {
