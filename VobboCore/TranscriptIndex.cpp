@@ -336,7 +336,7 @@ std::vector<TranscriptRef> TranscriptIndex::refs() const {
 
 std::optional<AgentKind> TranscriptIndex::agentOf(const std::string& path) {
   std::string name = fs::path(path).filename().string();
-  if (name.ends_with(".aider.chat.history.md") || name.ends_with(".md")) return AgentKind::aider;
+  if (name.ends_with(".aider.chat.history.md")) return AgentKind::aider;
   if (path.find("/.claude/") != std::string::npos) return AgentKind::claude;
   if (path.find("/.codex/") != std::string::npos || name.starts_with("rollout-")) {
     return AgentKind::codex;

@@ -260,6 +260,7 @@ TEST(TranscriptIndexAgentTest, GuessesTheAgentFromThePath) {
       {"/h/.cursor/chats/a/b.jsonl", AgentKind::cursor},
       {"/p/.aider.chat.history.md", AgentKind::aider},
       {"/tmp/notes.txt", std::nullopt},
+      {"/tmp/notes.md", std::nullopt},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.path);
