@@ -14,6 +14,9 @@ constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
     {"hooks", "Show, install or remove the approval hook in each coding agent's settings",
      addHooksCommand},
+    {"sessions", "Show the coding-agent sessions on this machine and what each is doing",
+     addSessionsCommand},
+    {"transcript", "Fold one transcript file and print its state as JSON", addTranscriptCommand},
 };
 
 std::string selfPath(const char* argv0) {

@@ -39,5 +39,7 @@ int run(int argc, char** argv, Io& io);
 // The rows of the table; each is defined in the command's own file.
 void addApproveCommand(CLI::App& command, Io& io, int& status);
 void addHooksCommand(CLI::App& command, Io& io, int& status);
+void addSessionsCommand(CLI::App& command, Io& io, int& status);
+void addTranscriptCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

@@ -8,8 +8,11 @@ cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 bash scripts/build.sh release
 names=("$@")
-((${#names[@]})) || names=(ApproveBench JSONValueBench)
+((${#names[@]})) || names=(ApproveBench JSONValueBench transcript)
 for name in "${names[@]}"; do
   echo "== $name"
-  "build/release/bench/$name" --benchmark_counters_tabular=true
+  case "$name" in
+    transcript) bash bench/transcript_vs_ccusage.sh build/release ;;
+    *) "build/release/bench/$name" --benchmark_counters_tabular=true ;;
+  esac
 done

@@ -59,3 +59,8 @@ HOME=$tmp/home "$quibly" hooks
 echo "· Claude Code's settings keep what the person had:"
 sed 's/^/    /' "$tmp/home/.claude/settings.json"
 HOME=$tmp/home "$quibly" hooks remove
+
+section "Live sessions, from the transcripts the agents wrote (samples/transcripts, read as a home folder)"
+HOME=$PWD/samples/transcripts "$quibly" sessions --all
+echo "· one transcript folded, as scripts see it (quibly transcript FILE):"
+"$quibly" transcript "$(find samples/transcripts/.codex -name '*.jsonl' | head -n 1)" | head -n 20
