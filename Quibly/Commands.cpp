@@ -12,6 +12,8 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"task", "Parse a typed task into its title, due date, repeat, tags and priority",
+     addTaskCommand},
 };
 
 std::string selfPath(const char* argv0) {
