@@ -478,19 +478,47 @@ std::vector<Claim> runRules(std::string_view text, const TaskParse::Now& now, Ta
   return claims;
 }
 
-// Byte offsets become character offsets in one pass over the text.
+// Counts the person's characters (grapheme clusters of the whole text) up to
+// byte offsets given in increasing order.
+class CharacterCounter {
+ public:
+  explicit CharacterCounter(std::string_view text) : text_(text) {}
+  // Characters that end at or before the offset: a span starting inside a
+  // character starts at that character.
+  size_t before(size_t offset) {
+    while (byte_ < offset && byte_ + nextSize() <= offset) step();
+    return count_;
+  }
+  // Characters that start before the offset: a span ending inside a character
+  // takes all of it.
+  size_t through(size_t offset) {
+    while (byte_ < offset) step();
+    return count_;
+  }
+
+ private:
+  size_t nextSize() const {
+    return std::max<size_t>(1, Text::prefix(text_.substr(byte_), 1).size());
+  }
+  void step() {
+    byte_ += nextSize();
+    ++count_;
+  }
+  std::string_view text_;
+  size_t byte_ = 0;
+  size_t count_ = 0;
+};
+
 std::vector<TaskToken> tokensOf(std::string_view text, const std::vector<Claim>& claims) {
   std::vector<TaskToken> tokens;
   tokens.reserve(claims.size());
-  size_t byte = 0;
-  size_t character = 0;
+  CharacterCounter counter(text);
+  size_t previousEnd = 0;
   for (const Claim& c : claims) {
-    character += Text::characterCount(text.substr(byte, c.begin - byte));
-    size_t start = character;
-    character += Text::characterCount(text.substr(c.begin, c.end - c.begin));
-    byte = c.end;
-    tokens.push_back(
-        {c.kind, start, character, std::string(text.substr(c.begin, c.end - c.begin))});
+    size_t start = std::max(counter.before(c.begin), previousEnd);
+    size_t end = counter.through(c.end);
+    previousEnd = end;
+    tokens.push_back({c.kind, start, end, std::string(text.substr(c.begin, c.end - c.begin))});
   }
   return tokens;
 }

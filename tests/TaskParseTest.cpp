@@ -69,6 +69,13 @@ TEST_F(TaskParseTest, RelativeTimes) {
       {"sit in a meeting", "sit in a meeting", "none"},
       {"in 999 weeks", "", "2046-01-13 10:00"},
   });
+  // A tag stops before a combining accent; its token still covers the whole accented letter.
+  task = parse("#a\u0301 #b\u0301");
+  ASSERT_EQ(task.tokens.size(), 2u);
+  EXPECT_EQ(task.tokens[0].start, 0u);
+  EXPECT_EQ(task.tokens[0].end, 2u);
+  EXPECT_EQ(task.tokens[1].start, 3u);
+  EXPECT_EQ(task.tokens[1].end, 5u);
 }
 
 TEST_F(TaskParseTest, DayWordsWithPartsOfTheDay) {
