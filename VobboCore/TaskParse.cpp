@@ -394,8 +394,8 @@ std::string cat(std::initializer_list<std::string_view> parts) {
 
 std::vector<TaskParse::Rule> buildRules() {
   using Kind = TaskToken::Kind;
-  auto rule = [](Kind kind, const std::string& pattern, auto read) {
-    return TaskParse::Rule{kind, JSRegex(pattern, JSRegex::Case::insensitive), read};
+  auto rule = [](Kind kind, const std::string& pattern, auto read, char needs = '\0') {
+    return TaskParse::Rule{kind, JSRegex(pattern, JSRegex::Case::insensitive), read, needs};
   };
   const std::string weekdaysAll = cat({"(?:", kWeekdaysLong, "|sun|mon|tue|wed|thur|thu|fri|sat)"});
   std::vector<TaskParse::Rule> rules;
@@ -403,7 +403,8 @@ std::vector<TaskParse::Rule> buildRules() {
                        cat({R"(\b(?:every\s+(day|weekday|week|month|morning|evening|night|)",
                             weekdaysAll, R"()|(daily|weekly|monthly|weekdays))\b)"}),
                        readRepeatWord));
-  rules.push_back(rule(Kind::repeat, R"(\bevery\s+(\d{1,2})(?:st|nd|rd|th)\b)", readRepeatDate));
+  rules.push_back(
+      rule(Kind::repeat, R"(\bevery\s+(\d{1,2})(?:st|nd|rd|th)\b)", readRepeatDate, '0'));
   rules.push_back(rule(
       Kind::time,
       R"(\bin\s+(\d{1,3}|an?|half\s+an)\s*(minutes?|mins?|m|hours?|hrs?|h|days?|d|weeks?|w)\b)",
@@ -421,21 +422,21 @@ std::vector<TaskParse::Rule> buildRules() {
   rules.push_back(rule(Kind::date,
                        cat({R"(\b(?:(?:on\s+)?(\d{1,2})(?:st|nd|rd|th)?\s+()", kMonths,
                             R"()|(?:on\s+)?()", kMonths, R"()\s+(\d{1,2})(?:st|nd|rd|th)?)\b)"}),
-                       readCalendarDate));
+                       readCalendarDate, '0'));
   rules.push_back(
       rule(Kind::time,
            R"((?:\b(?:at|by)\s+|@\s?|\b)(\d{1,2})(?::(\d{2}))?\s*(am|pm|a\.m\.|p\.m\.)(?![\w]))",
-           readTwelveHour));
+           readTwelveHour, '0'));
   rules.push_back(rule(Kind::time,
                        R"((?:\b(?:at|by)\s+|@\s?)(\d{1,2})(?::(\d{2}))?\b)"
                        R"((?!\s*(?:am|pm|%|min|hour|day|week))|\b(\d{1,2}):(\d{2})\b)",
-                       readPlainClock));
+                       readPlainClock, '0'));
   rules.push_back(rule(Kind::time, R"(\b(?:at\s+)?(noon|midday|midnight)\b)", readNamedTime));
-  rules.push_back(rule(Kind::tag, R"((?:^|(?<=\s))#([\p{L}\p{N}_/-]+))", readTag));
+  rules.push_back(rule(Kind::tag, R"((?:^|(?<=\s))#([\p{L}\p{N}_/-]+))", readTag, '#'));
   rules.push_back(
       rule(Kind::priority,
            R"((?:^|(?<=\s))!(!{0,2}|high|hi|h|urgent|medium|med|m|low|lo|l|[123])(?=\s|$))",
-           readPriority));
+           readPriority, '!'));
   return rules;
 }
 
@@ -462,10 +463,19 @@ class ClaimedSpans {
   std::map<size_t, size_t> spans_;
 };
 
+// Whether the text holds the character a rule needs. Digits in other scripts
+// do not count: the readers refuse them anyway.
+bool holds(std::string_view text, char needs) {
+  if (needs == '\0') return true;
+  if (needs != '0') return text.find(needs) != std::string_view::npos;
+  return std::any_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
 std::vector<Claim> runRules(std::string_view text, const TaskParse::Now& now, TaskParse::Acc& acc) {
   std::vector<Claim> claims;
   ClaimedSpans claimed;
   for (const TaskParse::Rule& rule : TaskParse::rules()) {
+    if (!holds(text, rule.needs)) continue;
     for (const JSRegex::Match& m : rule.re.allMatches(text)) {
       JSRegex::Range r = m.range();
       if (r.size() == 0 || claimed.overlaps(r) || !rule.read(m, now, acc)) continue;

@@ -114,10 +114,14 @@ struct TaskParse {
 
   // One recognising rule: its token kind, its pattern (case-insensitive), and the
   // reader that updates the accumulator and says whether the match was accepted.
+  // `needs` names an ASCII character every acceptable match holds ('\0' for
+  // none): text without it skips the rule, which keeps parsing on every
+  // keystroke cheap.
   struct Rule {
     TaskToken::Kind kind;
     JSRegex re;
     bool (*read)(const JSRegex::Match& match, const Now& now, Acc& acc);
+    char needs = '\0';  // '0' stands for any ASCII digit
   };
 
   // Parses one typed line. Never fails; text that is empty, huge, not UTF-8 or
