@@ -463,25 +463,52 @@ class ClaimedSpans {
   std::map<size_t, size_t> spans_;
 };
 
-// Whether the text holds the character a rule needs. Digits in other scripts
-// do not count: the readers refuse them anyway.
-bool holds(std::string_view text, char needs) {
-  if (needs == '\0') return true;
-  if (needs != '0') return text.find(needs) != std::string_view::npos;
-  return std::any_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+// Where scanning for a rule may start, or npos when the text lacks the
+// character the rule needs. Digits in other scripts do not count: the readers
+// refuse them anyway. A match of a rule that needs a digit holds one, with at
+// most two words and their spaces before it ("on september 5", "every 1st",
+// "at 5pm", "@ 9"), so no match can start earlier; skipping that stretch matters
+// because patterns that begin with a word boundary are tried at every position.
+size_t scanStart(std::string_view text, char needs) {
+  if (needs == '\0') return 0;
+  if (needs != '0') return text.find(needs);  // tags and priorities start with theirs
+  auto digit = std::find_if(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+  if (digit == text.end()) return std::string_view::npos;
+  auto spaceOrWide = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r') || (c & 0x80); };
+  auto wordOrAt = [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '@';
+  };
+  size_t i = static_cast<size_t>(digit - text.begin());
+  for (int word = 0; word < 2; ++word) {
+    while (i > 0 && spaceOrWide(text[i - 1])) --i;
+    while (i > 0 && wordOrAt(text[i - 1])) --i;
+  }
+  return i;
+}
+
+// Every match from `from` on, left to right, none overlapping the last.
+template <class Visit>
+void eachMatch(const JSRegex& re, std::string_view text, size_t from, Visit visit) {
+  while (from <= text.size()) {
+    std::optional<JSRegex::Match> m = re.firstMatch(text, from);
+    if (!m || m->range().size() == 0) return;  // no rule matches empty text
+    from = m->range().end;
+    visit(*m);
+  }
 }
 
 std::vector<Claim> runRules(std::string_view text, const TaskParse::Now& now, TaskParse::Acc& acc) {
   std::vector<Claim> claims;
   ClaimedSpans claimed;
   for (const TaskParse::Rule& rule : TaskParse::rules()) {
-    if (!holds(text, rule.needs)) continue;
-    for (const JSRegex::Match& m : rule.re.allMatches(text)) {
+    size_t from = scanStart(text, rule.needs);
+    if (from == std::string_view::npos) continue;
+    eachMatch(rule.re, text, from, [&](const JSRegex::Match& m) {
       JSRegex::Range r = m.range();
-      if (r.size() == 0 || claimed.overlaps(r) || !rule.read(m, now, acc)) continue;
+      if (claimed.overlaps(r) || !rule.read(m, now, acc)) return;
       claimed.add(r);
       claims.push_back({r.begin, r.end, rule.kind});
-    }
+    });
   }
   std::stable_sort(claims.begin(), claims.end(),
                    [](const Claim& a, const Claim& b) { return a.begin < b.begin; });
@@ -508,6 +535,11 @@ class CharacterCounter {
 
  private:
   size_t nextSize() const {
+    // Two ASCII characters other than CR LF never join, so most steps skip the
+    // cluster rules.
+    auto ascii = [&](size_t at) { return static_cast<unsigned char>(text_[at]) < 0x80; };
+    if (byte_ + 1 >= text_.size()) return 1;
+    if (ascii(byte_) && ascii(byte_ + 1) && text_[byte_] != '\r') return 1;
     return std::max<size_t>(1, Text::prefix(text_.substr(byte_), 1).size());
   }
   void step() {
@@ -579,12 +611,25 @@ std::string titleOf(std::string_view text, const std::vector<Claim>& claims) {
   rest.append(text.substr(byte));
   std::string squashed = Text::squashSpaces(rest);
   std::string_view title = squashed;
+  // Only an end that begins or finishes like a connecting word or mark is tried.
+  auto mayStart = [&] {
+    return !title.empty() &&
+           std::string_view("aAoObBdD,;:-").find(title.front()) != std::string_view::npos;
+  };
+  auto mayEnd = [&] {
+    return !title.empty() &&
+           std::string_view("tTnNyYeE,;:-").find(title.back()) != std::string_view::npos;
+  };
   for (size_t before = title.size() + 1; title.size() < before;) {
     before = title.size();
-    stripLeading(title, kLeadingWord);
-    stripTrailing(title, kTrailingWord);
-    stripLeading(title, kLeadingMark);
-    stripTrailing(title, kTrailingMark);
+    if (mayStart()) {
+      stripLeading(title, kLeadingWord);
+      stripLeading(title, kLeadingMark);
+    }
+    if (mayEnd()) {
+      stripTrailing(title, kTrailingWord);
+      stripTrailing(title, kTrailingMark);
+    }
   }
   return std::string(Text::trim(title));
 }

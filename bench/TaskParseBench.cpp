@@ -38,6 +38,18 @@ int main(int argc, char** argv) {
       }
     }
   });
+  // Each rule's pattern scanned over the whole list, to see where the time goes.
+  for (size_t r = 0; r < vobbo::TaskParse::rules().size(); ++r) {
+    benchmark::RegisterBenchmark(("ScanRule/" + std::to_string(r + 1)).c_str(),
+                                 [r](benchmark::State& state) {
+                                   const vobbo::JSRegex& re = vobbo::TaskParse::rules()[r].re;
+                                   for (auto _ : state) {
+                                     for (const std::string& task : kTasks) {
+                                       benchmark::DoNotOptimize(re.allMatches(task));
+                                     }
+                                   }
+                                 });
+  }
   for (size_t i = 0; i < kTasks.size(); ++i) {
     benchmark::RegisterBenchmark(
         ("ParseOne/" + std::to_string(i)).c_str(), [i](benchmark::State& state) {

@@ -11,7 +11,7 @@ import path from "node:path";
 const [modules, phrasesPath, quiblyJsonPath] = process.argv.slice(2);
 const require = createRequire(path.join(modules, "noop.js"));
 const chrono = require("chrono-node");
-const chronoVersion = require("chrono-node/package.json").version;
+const chronoVersion = JSON.parse(readFileSync(path.join(modules, "chrono-node", "package.json"), "utf8")).version;
 const tasks = readFileSync(phrasesPath, "utf8").split("\n").filter((line) => line.length > 0);
 const reference = new Date("2026-11-21T10:00:00Z");
 
