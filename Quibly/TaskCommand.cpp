@@ -64,7 +64,10 @@ Result<const date::time_zone*> zoneFor(const TaskOptions& options,
 // --now as ISO 8601; without a zone it is a wall time in the task's zone.
 Result<double> nowFor(const TaskOptions& options, const date::time_zone& zone) {
   if (options.now.empty()) return vobbo::TaskDue::fromMs(vobbo::Clock::now());
-  std::string text = options.now.size() == 10 ? options.now + "T00:00:00" : options.now;
+  // A date alone is its midnight; a time without seconds is on the minute.
+  std::string text = options.now;
+  if (text.size() == 10) text += "T00:00:00";
+  if (text.size() == 16) text += ":00";
   std::optional<double> ms = vobbo::Clock::parseISO(text);
   if (!ms) {
     return vobbo::failure(fmt::format(
@@ -147,8 +150,10 @@ std::string_view priorityWords(vobbo::TaskPriority priority) {
 std::string dueWords(const vobbo::TaskDue& due, const TaskParse::Now& now) {
   std::string words = vobbo::DueWords::text(due, now);
   if (!due.time) words += ", all day";
-  vobbo::TaskDue day{due.at, false};
-  return fmt::format("{} ({})", words, vobbo::DueWords::fullText(day, now.zone));
+  // The words already hold the clock time, except for "in 20 minutes".
+  bool soon = vobbo::DueWords::tone(due, now) == vobbo::DueWords::Tone::soon;
+  vobbo::TaskDue shown{due.at, soon};
+  return fmt::format("{} ({})", words, vobbo::DueWords::fullText(shown, now.zone));
 }
 
 // "home", "home and work", "home, work and q3".

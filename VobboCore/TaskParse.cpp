@@ -67,6 +67,7 @@ using date::local_days;
 //                     is 30 minutes); whole days and weeks keep the clock time.
 //   same-kind matches the first found wins (rules in order, then left to right);
 //                     the other is refused and stays in the title.
+//   reminders         a whole-day task is reminded at TaskParse::kReminderHour.
 // ---------------------------------------------------------------------------
 struct PartChoice {
   DayPart part;

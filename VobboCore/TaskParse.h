@@ -124,6 +124,9 @@ struct TaskParse {
     char needs = '\0';  // '0' stands for any ASCII digit
   };
 
+  // The local hour at which a whole-day task that needs a reminder is reminded.
+  static constexpr int kReminderHour = 9;
+
   // Parses one typed line. Never fails; text that is empty, huge, not UTF-8 or
   // full of out-of-range numbers simply yields fewer recognised parts.
   static ParsedTask parse(std::string_view text, const Now& now);
