@@ -140,6 +140,17 @@ TEST_F(TaskParseTest, ClocksAndTheirRefusals) {
   });
 }
 
+TEST_F(TaskParseTest, FindsNumbersAfterWordsAndWideSpaces) {
+  at(kSaturdayMorning);
+  expectAll({
+      {"x on\u00A0september\u3000 5", "x", "2027-09-05"},
+      {"rent every\u00A0 1st", "rent", "2026-12-01"},
+      {"call @ 9 ok", "call ok", "2026-11-22 09:00"},
+      {"call by\t\t7pm", "call", "2026-11-21 19:00"},
+      {"v2 ship by 7pm", "v2 ship", "2026-11-21 19:00"},
+  });
+}
+
 TEST_F(TaskParseTest, NamedTimes) {
   at(kSaturdayMorning);
   expectAll({
