@@ -168,11 +168,11 @@ std::string listWords(const std::vector<std::string>& items) {
 
 void explain(std::ostream& out, std::string_view text, const ParsedTask& task,
              const TaskParse::Now& now) {
-  out << marked(text, task) << "\n";
+  out << vobbo::Text::sanitizeUTF8(marked(text, task)) << "\n";
   if (task.title.empty()) {
     out << "Nothing is left for a title once the recognised parts are taken out.\n";
   } else {
-    out << fmt::format("The title is \"{}\".\n", task.title);
+    out << fmt::format("The title is \"{}\".\n", vobbo::Text::sanitizeUTF8(task.title));
   }
   if (task.due) {
     out << fmt::format("It is due {}, in {} time.\n", dueWords(*task.due, now), now.zone.name());
@@ -226,7 +226,9 @@ int runTask(const TaskOptions& options, Io& io) {
   while (std::getline(io.in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     ParsedTask task = TaskParse::parse(line, now);
-    io.out << (options.json ? vobbo::toJSON(task).encode() : summaryLine(line, task, now)) << "\n";
+    io.out << (options.json ? vobbo::toJSON(task).encode()
+                            : vobbo::Text::sanitizeUTF8(summaryLine(line, task, now)))
+           << "\n";
   }
   return 0;
 }

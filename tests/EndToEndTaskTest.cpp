@@ -1,6 +1,8 @@
 // `quibly task` run as a person or a script would run it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "JSONValue.h"
 #include "TestSupport.h"
 
@@ -54,6 +56,17 @@ TEST(EndToEndTaskTest, ReadsOneTaskPerLineFromStandardInput) {
   EXPECT_EQ(json.exitCode, 0) << json.err;
   EXPECT_EQ(json.out.substr(0, json.out.find('\n')),
             R"({"tags":[],"title":"call at 13pm","tokens":[]})");
+}
+
+TEST(EndToEndTaskTest, ParsesAListOfTypedTasksOnePerLine) {
+  test::ProcessOptions options;
+  options.input = test::readFile(QUIBLY_SOURCE_DIR "/bench/data/typed-tasks.txt");
+  auto result = runProcess(task({"--json"}), options);
+  ASSERT_EQ(result.exitCode, 0) << result.err;
+  size_t lines = 0;
+  for (size_t at = 0; (at = result.out.find('\n', at)) != std::string::npos; ++at) ++lines;
+  EXPECT_EQ(lines,
+            static_cast<size_t>(std::count(options.input.begin(), options.input.end(), '\n')));
 }
 
 TEST(EndToEndTaskTest, RefusesBadZonesAndTimesWithASentence) {
