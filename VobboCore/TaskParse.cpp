@@ -66,7 +66,9 @@ using date::local_days;
 //   "in a/an/half an" a and an count one, half an one half ("in half an hour"
 //                     is 30 minutes); whole days and weeks keep the clock time.
 //   same-kind matches the first found wins (rules in order, then left to right);
-//                     the other is refused and stays in the title.
+//                     the other is refused and stays in the title. Only a bare
+//                     repeat word gives way: "weekly review every sunday" repeats
+//                     on Sundays.
 //   reminders         a whole-day task is reminded at TaskParse::kReminderHour.
 // ---------------------------------------------------------------------------
 struct PartChoice {
@@ -229,9 +231,16 @@ bool setClock(TaskParse::Acc& acc, std::optional<int> hour, std::optional<int> m
 
 // --- The readers, one per rule --------------------------------------------------
 
+// Whether a repeat may still be set: none yet, or only one from a bare word
+// that this named one replaces.
+bool repeatOpen(const TaskParse::Acc& acc, bool named) {
+  return !acc.repeatRule || (acc.bareRepeat && named);
+}
+
 bool readRepeatWord(const JSRegex::Match& m, const TaskParse::Now& now, TaskParse::Acc& acc) {
-  if (acc.repeatRule) return false;
-  std::string word = lower(m.has(1) ? m.text(1) : m.text(2));
+  bool named = m.has(1);
+  if (!repeatOpen(acc, named)) return false;
+  std::string word = lower(named ? m.text(1) : m.text(2));
   local_days today = localDay(now.at, now.zone);
   TaskRepeat rule;
   if (word == "day" || word == "daily") {
@@ -252,13 +261,15 @@ bool readRepeatWord(const JSRegex::Match& m, const TaskParse::Now& now, TaskPars
     return false;
   }
   acc.repeatRule = rule;
+  acc.bareRepeat = !named;
   return true;
 }
 
 bool readRepeatDate(const JSRegex::Match& m, const TaskParse::Now&, TaskParse::Acc& acc) {
   std::optional<int> date = asciiNumber(m.text(1));
-  if (acc.repeatRule || !date || *date < 1 || *date > 31) return false;
+  if (!repeatOpen(acc, true) || !date || *date < 1 || *date > 31) return false;
   acc.repeatRule = TaskRepeat{TaskRepeat::Every::month, std::nullopt, *date};
+  acc.bareRepeat = false;
   return true;
 }
 

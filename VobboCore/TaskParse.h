@@ -110,6 +110,9 @@ struct TaskParse {
     // The part of the day named ("tonight", "friday evening"). It sets a soft
     // hour that a clock time replaces, and makes "tonight at 8" mean 20:00.
     std::optional<DayPart> part;
+    // The repeat came from a bare word ("weekly review"); a named one that
+    // follows ("every sunday", "every 5th") replaces it.
+    bool bareRepeat = false;
   };
 
   // One recognising rule: its token kind, its pattern (case-insensitive), and the

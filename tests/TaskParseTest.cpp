@@ -176,6 +176,9 @@ TEST_F(TaskParseTest, Repeats) {
       {"sync weekly", TaskRepeat{TaskRepeat::Every::week, 7, {}}, "2026-11-21"},
       {"bills monthly", TaskRepeat{TaskRepeat::Every::month, {}, 21}, "2026-11-21"},
       {"report every fri", TaskRepeat{TaskRepeat::Every::week, 6, {}}, "2026-11-27"},
+      {"weekly review every sunday", TaskRepeat{TaskRepeat::Every::week, 1, {}}, "2026-11-22"},
+      {"monthly report every 5th", TaskRepeat{TaskRepeat::Every::month, {}, 5}, "2026-12-05"},
+      {"every day every monday", TaskRepeat{TaskRepeat::Every::day, {}, {}}, "2026-11-21"},
       {"pills every morning", TaskRepeat{TaskRepeat::Every::day, {}, {}}, "2026-11-22 09:00"},
       {"walk every evening at 7", TaskRepeat{TaskRepeat::Every::day, {}, {}}, "2026-11-21 19:00"},
   };
