@@ -98,7 +98,8 @@ struct TaskParse {
 
   // What the rules have gathered so far while one line is parsed. Of two matches
   // that set the same part, the one found first (rules in order, then left to
-  // right) wins and the later one is refused, so it stays in the title.
+  // right) wins and the later one is refused, so it stays in the title; only a
+  // repeat from a bare word gives way to a named one.
   struct Acc {
     std::optional<double> day;  // the start of the due day
     std::optional<int> hour;
