@@ -17,6 +17,8 @@ constexpr Command kCommands[] = {
     {"sessions", "Show the coding-agent sessions on this machine and what each is doing",
      addSessionsCommand},
     {"transcript", "Fold one transcript file and print its state as JSON", addTranscriptCommand},
+    {"task", "Parse a typed task into its title, due date, repeat, tags and priority",
+     addTaskCommand},
 };
 
 std::string selfPath(const char* argv0) {

@@ -41,5 +41,6 @@ void addApproveCommand(CLI::App& command, Io& io, int& status);
 void addHooksCommand(CLI::App& command, Io& io, int& status);
 void addSessionsCommand(CLI::App& command, Io& io, int& status);
 void addTranscriptCommand(CLI::App& command, Io& io, int& status);
+void addTaskCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

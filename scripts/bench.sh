@@ -8,11 +8,12 @@ cd "$(dirname "$0")/.."
 bash scripts/deps.sh
 bash scripts/build.sh release
 names=("$@")
-((${#names[@]})) || names=(ApproveBench JSONValueBench transcript)
+((${#names[@]})) || names=(ApproveBench JSONValueBench transcript task)
 for name in "${names[@]}"; do
   echo "== $name"
   case "$name" in
     transcript) bash bench/transcript_vs_ccusage.sh build/release ;;
+    task) BUILD_DIR=build/release sh bench/task-parse.sh ;;
     *) "build/release/bench/$name" --benchmark_counters_tabular=true ;;
   esac
 done

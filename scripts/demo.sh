@@ -64,3 +64,12 @@ section "Live sessions, from the transcripts the agents wrote (samples/transcrip
 HOME=$PWD/samples/transcripts "$quibly" sessions --all
 echo "· one transcript folded, as scripts see it (quibly transcript FILE):"
 "$quibly" transcript "$(find samples/transcripts/.codex -name '*.jsonl' | head -n 1)" | head -n 20
+
+section "Typed tasks (quibly task, with the clock set to Saturday 21 November 2026, 10:00 in London)"
+for task in "pay rent every 1st #home !high" "call mom tomorrow at 5pm" "standup every weekday at 9:15 #work" \
+            "send the deck by friday 3pm !!" "water plants in 20 minutes"; do
+  "$quibly" task --tz Europe/London --now 2026-11-21T10:00 "$task"
+  echo
+done
+echo "· many at once, one JSON line each (first five phrases of bench/data/typed-tasks.txt):"
+head -n 5 bench/data/typed-tasks.txt | "$quibly" task --json --tz Europe/London --now 2026-11-21T10:00
