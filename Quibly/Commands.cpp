@@ -12,6 +12,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"data", "Show where Quibly keeps your data; export, move or migrate it", addDataCommand},
 };
 
 std::string selfPath(const char* argv0) {

@@ -94,8 +94,8 @@ MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
   return MoveResult{true, "Moved Quibly’s data to " + Files::parentOf(toFile) + "."};
 }
 
-Result<std::string> writeExport(const std::string& folder, std::string_view fileName,
-                                const JSONValue& payload) {
+Result<Exported> writeExport(const std::string& folder, std::string_view fileName,
+                             const JSONValue& payload) {
   if (!Files::isDirectory(folder))
     return failure("Could not export: " + folder + " is not a folder.");
   std::string path;
@@ -107,7 +107,7 @@ Result<std::string> writeExport(const std::string& folder, std::string_view file
   bytes += '\n';
   auto wrote = Files::writeAtomically(path, bytes, 0600, Files::Links::replace);
   if (!wrote.ok()) return failure("Could not export: " + reasonFrom(wrote.error()) + ".");
-  return "Exported Quibly’s data to " + path + ".";
+  return Exported{path, "Exported Quibly’s data to " + path + "."};
 }
 
 size_t erase(VobboStore& store, const std::vector<std::string>& keys) {

@@ -39,12 +39,16 @@ MoveResult check(std::string_view target, std::string_view currentDir,
 // "Could not copy the data: <reason>. Nothing moved."
 MoveResult moveStore(const std::string& fromFile, const std::string& toFile);
 
+struct Exported {
+  std::string path;
+  std::string message;  // "Exported Quibly’s data to <path>."
+};
+
 // Writes the export payload into `folder` as `fileName`; when a file of that
 // name exists, as "<name>-2.json", "-3" and so on, so nothing is overwritten.
-// Returns the status line ("Exported Quibly’s data to <path>.") or a sentence
-// saying why the file could not be written.
-Result<std::string> writeExport(const std::string& folder, std::string_view fileName,
-                                const JSONValue& payload);
+// Fails with a sentence saying why the file could not be written.
+Result<Exported> writeExport(const std::string& folder, std::string_view fileName,
+                             const JSONValue& payload);
 
 // Removes the given top-level keys from the store in one write (storeVersion is
 // never removed). Returns how many keys were there.

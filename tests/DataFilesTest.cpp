@@ -109,9 +109,9 @@ TEST(DataFilesTest, FailedMoveLeavesTheOriginalAndNoPartialCopy) {
 TEST(DataFilesTest, ExportNeverOverwritesAnEarlierExport) {
   TempDir tmp;
   const JSONValue payload = JSONObject{{"storeVersion", 2}};
-  EXPECT_EQ(*DataFiles::writeExport(tmp.path(), "vobbo-export-2026-11-21.json", payload),
+  EXPECT_EQ(DataFiles::writeExport(tmp.path(), "vobbo-export-2026-11-21.json", payload)->message,
             "Exported Quibly’s data to " + tmp.file("vobbo-export-2026-11-21.json") + ".");
-  EXPECT_EQ(*DataFiles::writeExport(tmp.path(), "vobbo-export-2026-11-21.json", payload),
+  EXPECT_EQ(DataFiles::writeExport(tmp.path(), "vobbo-export-2026-11-21.json", payload)->message,
             "Exported Quibly’s data to " + tmp.file("vobbo-export-2026-11-21-2.json") + ".");
   EXPECT_EQ(test::readFile(tmp.file("vobbo-export-2026-11-21-2.json")),
             "{\n  \"storeVersion\": 2\n}\n");
