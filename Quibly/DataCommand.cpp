@@ -81,6 +81,20 @@ Facts gatherFacts(const Platform::Env& env) {
   return facts;
 }
 
+// The store reads a damaged file as empty and sets it aside on the next save.
+// Here the person is asked first, so an export or migration never stands in
+// for data they still have: a sentence when the file is there but unusable.
+std::optional<std::string> damagedStore(const std::string& file) {
+  auto text = Files::read(file);
+  if (!text.ok()) return text.error();
+  if (!text->has_value()) return std::nullopt;
+  auto parsed = JSONValue::parse(**text);
+  if (parsed.ok() && parsed->object()) return std::nullopt;
+  return file +
+         " does not hold Quibly’s data as a JSON object, so it was left as it is. "
+         "Repair or remove it, then try again.";
+}
+
 void printPretty(std::ostream& out, const JSONValue& json) {
   out << json.encode(JSONValue::Format::pretty) << "\n";
 }
@@ -124,8 +138,11 @@ const date::time_zone& localZone() {
 }
 
 int exportData(Io& io, const std::string& folder, bool json) {
-  const std::string dataDir = VobboStore::defaultDir(io.env);
-  VobboStore store(dataDir);
+  VobboStore store(VobboStore::defaultDir(io.env));
+  if (auto damaged = damagedStore(store.file())) {
+    io.err << *damaged << "\n";
+    return 1;
+  }
   const JSONObject document = store.read();
   const double now = Clock::now();
   const JSONValue payload =
@@ -168,6 +185,10 @@ int moveData(Io& io, const std::string& folder, bool json) {
 
 int migrateData(Io& io, bool json) {
   VobboStore store(VobboStore::defaultDir(io.env));
+  if (auto damaged = damagedStore(store.file())) {
+    io.err << *damaged << "\n";
+    return 1;
+  }
   const std::vector<std::string> applied = StoreMigrations::run(store);
   // The store never reports a failed save, so read back what reached the disk.
   const int64_t onDisk = StoreMigrations::version(VobboStore(store.dir()).read());

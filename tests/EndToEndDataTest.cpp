@@ -79,6 +79,20 @@ TEST_F(EndToEndDataTest, ExportWritesADatedFileWithoutSecrets) {
   EXPECT_EQ(missing.err, "Could not export: " + home_.file("nowhere") + " is not a folder.\n");
 }
 
+TEST_F(EndToEndDataTest, DamagedStoreIsNeitherExportedNorMigratedAway) {
+  ASSERT_OK(Files::createDirectories(home_.file("d")));
+  test::writeFile(home_.file("d/vobbo-store.json"), "{\"tasks\": [");
+  for (std::string_view verb : {"export", "migrate"}) {
+    SCOPED_TRACE(verb);
+    auto result = quibly({std::string(verb)}, home_.file("d"));
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.err, home_.file("d/vobbo-store.json") +
+                              " does not hold Quibly’s data as a JSON object, so it was left as "
+                              "it is. Repair or remove it, then try again.\n");
+  }
+  EXPECT_EQ(test::readFile(home_.file("d/vobbo-store.json")), "{\"tasks\": [");
+}
+
 TEST_F(EndToEndDataTest, MoveRefusesWithTheCheckSentenceAndMovesAfterVerifying) {
   ASSERT_OK(Files::createDirectories(home_.file("d")));
   ASSERT_OK(Files::createDirectories(home_.file("new")));
