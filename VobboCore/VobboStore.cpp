@@ -245,10 +245,16 @@ std::optional<bool> VobboStore::boolAt(std::string_view key) {
 void VobboStore::setBool(std::string_view key, bool value) { encode(value, key); }
 
 void VobboStore::write(JSONObject document) {
-  update([&](JSONObject& current) {
-    current = std::move(document);
-    return true;
-  });
+  State& s = *state_;
+  uint64_t write = 0;
+  {
+    std::lock_guard<std::mutex> guard(s.lock);
+    s.loaded();  // a damaged file must be found, to be set aside before it is replaced
+    s.document = std::make_shared<JSONValue>(std::move(document));
+    write = ++s.writes;
+  }
+  s.save(write);
+  s.notify(write);
 }
 
 bool VobboStore::update(const std::function<bool(JSONObject& document)>& change) {
