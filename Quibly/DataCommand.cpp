@@ -27,6 +27,8 @@ namespace {
 using namespace vobbo;
 using DataLocations::Facts;
 
+enum class Output { text, json };
+
 // Environment variables that hold keys or tokens; only whether they are set is read.
 constexpr std::string_view kSecretVariables[] = {"ANTHROPIC_API_KEY", "HOME_ASSISTANT_TOKEN",
                                                  "VOBBO_GOOGLE_CLIENT_SECRET",
@@ -99,10 +101,10 @@ void printPretty(std::ostream& out, const JSONValue& json) {
   out << json.encode(JSONValue::Format::pretty) << "\n";
 }
 
-int showLocations(Io& io, bool json) {
+int showLocations(Io& io, Output output) {
   const Facts facts = gatherFacts(io.env);
   const std::vector<DataLocations::Row> rows = DataLocations::dataRows(facts, Clock::now());
-  if (json) {
+  if (output == Output::json) {
     printPretty(io.out, JSONObject{{"facts", toJSON(facts)}, {"rows", toJSON(rows)}});
     return 0;
   }
@@ -137,7 +139,7 @@ const date::time_zone& localZone() {
   }
 }
 
-int exportData(Io& io, const std::string& folder, bool json) {
+int exportData(Io& io, const std::string& folder, Output output) {
   VobboStore store(VobboStore::defaultDir(io.env));
   if (auto damaged = damagedStore(store.file())) {
     io.err << *damaged << "\n";
@@ -153,7 +155,7 @@ int exportData(Io& io, const std::string& folder, bool json) {
     io.err << exported.error() << "\n";
     return 1;
   }
-  if (json) {
+  if (output == Output::json) {
     printPretty(io.out, JSONObject{{"path", exported->path}, {"message", exported->message}});
   } else {
     io.out << exported->message << "\n";
@@ -161,7 +163,7 @@ int exportData(Io& io, const std::string& folder, bool json) {
   return 0;
 }
 
-int moveData(Io& io, const std::string& folder, bool json) {
+int moveData(Io& io, const std::string& folder, Output output) {
   const std::string dataDir = VobboStore::defaultDir(io.env);
   const std::string fileName(VobboStore::kFileName);
   DataFiles::MoveResult result = DataFiles::check(folder, dataDir, fileName);
@@ -171,7 +173,7 @@ int moveData(Io& io, const std::string& folder, bool json) {
   }
   std::string hint;
   if (result.ok) hint = fmt::format("Set VOBBO_DATA_DIR={} so Quibly uses that folder.", target);
-  if (json) {
+  if (output == Output::json) {
     JSONObject out{{"ok", result.ok}, {"message", result.message}};
     if (result.ok) out.set("dataDir", target);
     printPretty(io.out, out);
@@ -183,7 +185,7 @@ int moveData(Io& io, const std::string& folder, bool json) {
   return result.ok ? 0 : 1;
 }
 
-int migrateData(Io& io, bool json) {
+int migrateData(Io& io, Output output) {
   VobboStore store(VobboStore::defaultDir(io.env));
   if (auto damaged = damagedStore(store.file())) {
     io.err << *damaged << "\n";
@@ -193,7 +195,7 @@ int migrateData(Io& io, bool json) {
   // The store never reports a failed save, so read back what reached the disk.
   const int64_t onDisk = StoreMigrations::version(VobboStore(store.dir()).read());
   const bool saved = applied.empty() || onDisk == StoreMigrations::latest();
-  if (json) {
+  if (output == Output::json) {
     JSONValue::Array names(applied.begin(), applied.end());
     printPretty(io.out, JSONObject{{"applied", names}, {"storeVersion", onDisk}, {"saved", saved}});
   } else if (!saved) {
@@ -220,28 +222,30 @@ void addDataCommand(CLI::App& command, Io& io, int& status) {
   };
   auto options = std::make_shared<Options>();
   command.add_flag("--json", options->json, "Print JSON");
+  auto output = [options] { return options->json ? Output::json : Output::text; };
 
   CLI::App* exportCommand =
       command.add_subcommand("export", "Write tasks, notes and settings to one JSON file");
   exportCommand->add_option("DIR", options->exportFolder, "Folder for the export (default: here)");
   exportCommand->add_flag("--json", options->json, "Print JSON");
-  exportCommand->callback(
-      [&io, &status, options] { status = exportData(io, options->exportFolder, options->json); });
+  exportCommand->callback([&io, &status, options, output] {
+    status = exportData(io, options->exportFolder, output());
+  });
 
   CLI::App* moveCommand = command.add_subcommand("move", "Move the data folder to DIR");
   moveCommand->add_option("DIR", options->moveFolder, "The new data folder")->required();
   moveCommand->add_flag("--json", options->json, "Print JSON");
   moveCommand->callback(
-      [&io, &status, options] { status = moveData(io, options->moveFolder, options->json); });
+      [&io, &status, options, output] { status = moveData(io, options->moveFolder, output()); });
 
   CLI::App* migrateCommand =
       command.add_subcommand("migrate", "Bring the store up to this version of Quibly");
   migrateCommand->add_flag("--json", options->json, "Print JSON");
-  migrateCommand->callback([&io, &status, options] { status = migrateData(io, options->json); });
+  migrateCommand->callback([&io, &status, output] { status = migrateData(io, output()); });
 
   command.require_subcommand(0, 1);
-  command.callback([&command, &io, &status, options] {
-    if (command.get_subcommands().empty()) status = showLocations(io, options->json);
+  command.callback([&command, &io, &status, output] {
+    if (command.get_subcommands().empty()) status = showLocations(io, output());
   });
 }
 
