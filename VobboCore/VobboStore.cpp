@@ -25,8 +25,11 @@
 
 #include "VobboStore.h"
 
+#include <dirent.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <map>
@@ -60,6 +63,26 @@ std::string utcStamp(double ms) {
                      t.tm_mday, t.tm_hour, t.tm_min, t.tm_sec);
 }
 
+// Temporary files of saves that never finished (the process died between
+// writing and renaming) are named ".vobbo-store.json.XXXXXX". Any older than a
+// minute belongs to no save still running, and is removed.
+void removeLeftoverTemporaries(const std::string& dir) {
+  const std::string prefix = "." + std::string(VobboStore::kFileName) + ".";
+  DIR* folder = ::opendir(dir.c_str());
+  if (!folder) return;
+  const time_t cutoff = ::time(nullptr) - 60;
+  while (const dirent* entry = ::readdir(folder)) {
+    std::string_view name = entry->d_name;
+    if (name.size() != prefix.size() + 6 || !name.starts_with(prefix)) continue;
+    const std::string path = dir + "/" + std::string(name);
+    struct stat st;
+    if (::lstat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode) && st.st_mtime < cutoff) {
+      ::unlink(path.c_str());
+    }
+  }
+  ::closedir(folder);
+}
+
 bool isBlank(std::string_view text) {
   return text.find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
@@ -79,6 +102,7 @@ struct VobboStore::State {
 
   std::mutex saveLock;
   uint64_t savedWrite = 0;
+  bool swept = false;  // leftovers of earlier runs removed
 
   std::recursive_mutex notifyLock;
   uint64_t notifiedWrite = 0;
@@ -146,6 +170,7 @@ void VobboStore::State::save(uint64_t write) {
     if (unreadable == found) unreadable.reset();
   }
   if (!Files::createDirectories(dir).ok()) return;
+  if (!std::exchange(swept, true)) removeLeftoverTemporaries(dir);
   if (!Files::writeAtomically(file, bytes).ok()) return;
   savedWrite = latest;
 }

@@ -9,6 +9,8 @@
 // keeps the document in memory as the truth and the next write saves it all.
 // An unreadable file is never silently replaced: before the first write it is
 // set aside as "vobbo-store.json.unreadable-<time>" so the person can recover it.
+// Temporary files left by a save that a crash cut short are removed by the
+// first save of the next run.
 //
 // Thread safety: every call may come from any thread. One lock guards the
 // document and the observer table; observers run outside it, one write at a

@@ -101,6 +101,21 @@ TEST(VobboStoreTest, FolderInPlaceOfTheFileIsMovedAsideWithItsContents) {
   EXPECT_EQ(parseObject(test::readFile(store.file())), (JSONObject{{"ready", true}}));
 }
 
+TEST(VobboStoreTest, FirstSaveRemovesOnlyStaleTemporariesOfUnfinishedSaves) {
+  TempDir tmp;
+  for (const char* name :
+       {".vobbo-store.json.Ab12Cd", ".vobbo-store.json.Fresh1", ".notes.Ab12Cd"}) {
+    test::writeFile(tmp.file(name), "half a document");
+  }
+  const auto hourAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+  std::filesystem::last_write_time(tmp.file(".vobbo-store.json.Ab12Cd"), hourAgo);
+  std::filesystem::last_write_time(tmp.file(".notes.Ab12Cd"), hourAgo);
+  VobboStore(tmp.path()).setBool("ready", true);
+  EXPECT_EQ(
+      filesIn(tmp.path()),
+      (std::vector<std::string>{".notes.Ab12Cd", ".vobbo-store.json.Fresh1", "vobbo-store.json"}));
+}
+
 TEST(VobboStoreTest, TypedRecordsRoundTripAndBadValuesReadAsAbsent) {
   TempDir tmp;
   VobboStore store(tmp.path());
