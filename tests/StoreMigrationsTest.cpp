@@ -105,17 +105,5 @@ TEST(StoreMigrationsTest, DocumentsAtOrAboveTheLatestVersionAreNotWritten) {
   }
 }
 
-TEST(StoreMigrationsTest, VersionOneDocumentRunsOnlyTheSecond) {
-  TempDir tmp;
-  VobboStore store(tmp.path());
-  store.write(
-      JSONObject{{"storeVersion", 1}, {"theme", "neon"}, {"onboardingStep", repeat("x", 33)}});
-  EXPECT_EQ(StoreMigrations::run(store),
-            std::vector<std::string>{"a half-done welcome step is a string of at most 32"});
-  EXPECT_EQ(
-      store.read(),
-      (JSONObject{{"storeVersion", 2}, {"theme", "neon"}, {"onboardingStep", repeat("x", 32)}}));
-}
-
 }  // namespace
 }  // namespace vobbo
