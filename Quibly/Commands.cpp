@@ -19,6 +19,7 @@ constexpr Command kCommands[] = {
     {"transcript", "Fold one transcript file and print its state as JSON", addTranscriptCommand},
     {"task", "Parse a typed task into its title, due date, repeat, tags and priority",
      addTaskCommand},
+    {"data", "Show where Quibly keeps your data; export, move or migrate it", addDataCommand},
 };
 
 std::string selfPath(const char* argv0) {

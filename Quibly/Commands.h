@@ -42,5 +42,6 @@ void addHooksCommand(CLI::App& command, Io& io, int& status);
 void addSessionsCommand(CLI::App& command, Io& io, int& status);
 void addTranscriptCommand(CLI::App& command, Io& io, int& status);
 void addTaskCommand(CLI::App& command, Io& io, int& status);
+void addDataCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

@@ -70,6 +70,8 @@ JSONValue toJSON(const T& value) {
   using namespace json_detail;
   if constexpr (std::is_same_v<T, JSONValue>) {
     return value;
+  } else if constexpr (std::is_same_v<T, JSONObject>) {
+    return JSONValue(value);
   } else if constexpr (std::is_same_v<T, bool>) {
     return JSONValue(value);
   } else if constexpr (std::is_arithmetic_v<T>) {

@@ -39,11 +39,26 @@ size_t sequenceLength(std::string_view s, size_t at) {
 
 bool isAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
 
+// A regional indicator (U+1F1E6 to U+1F1FF, F0 9F 87 A6..BF) starts at `at`.
+bool isRegionalIndicator(std::string_view s, size_t at) {
+  return s.size() >= at + 4 && s.substr(at, 3) == "\xF0\x9F\x87" &&
+         static_cast<unsigned char>(s[at + 3]) >= 0xA6 &&
+         static_cast<unsigned char>(s[at + 3]) <= 0xBF;
+}
+
 // The end of the character that starts at `at`.
 size_t nextBoundary(std::string_view s, size_t at) {
   if (isAscii(s[at]) &&
       (at + 1 == s.size() || (isAscii(s[at + 1]) && !(s[at] == '\r' && s[at + 1] == '\n')))) {
     return at + 1;
+  }
+  // PCRE2 10.42 pairs regional indicators wrongly (a row of flags comes out as
+  // one cluster, or a flag is split), so a flag is taken here: two indicators
+  // and the marks or joiners that follow them.
+  if (isRegionalIndicator(s, at) && isRegionalIndicator(s, at + 4)) {
+    static const JSRegex marks("\\G(?:\\p{M}|\\x{200D})*");
+    auto tail = marks.firstMatch(s, at + 8);
+    return tail ? tail->range().end : at + 8;
   }
   static const JSRegex cluster("\\G\\X");
   auto m = cluster.firstMatch(s, at);

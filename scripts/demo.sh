@@ -73,3 +73,15 @@ for task in "pay rent every 1st #home !high" "call mom tomorrow at 5pm" "standup
 done
 echo "· many at once, one JSON line each (first five phrases of bench/data/typed-tasks.txt):"
 head -n 5 bench/data/typed-tasks.txt | "$quibly" task --json --tz Europe/London --now 2026-11-21T10:00
+
+section "The local store (quibly data, on a data folder made for this demo)"
+export VOBBO_DATA_DIR=$tmp/data
+mkdir -p "$VOBBO_DATA_DIR"
+echo '{"theme": "solarized", "loginItem": "TRUE", "onboardingStep": "a half-finished welcome step that is far too long"}' \
+  >"$VOBBO_DATA_DIR/vobbo-store.json"
+"$quibly" data migrate
+echo "· the store after the migrations:"
+sed 's/^/    /' "$VOBBO_DATA_DIR/vobbo-store.json"
+"$quibly" data export "$tmp"
+HOME=$tmp/home "$quibly" data
+unset VOBBO_DATA_DIR
