@@ -12,6 +12,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"approve", "Answer coding agents' permission requests in this terminal", addApproveCommand},
+    {"mail", "Sort mail by urgency on this machine (mail triage PATH...)", addMailCommand},
 };
 
 std::string selfPath(const char* argv0) {

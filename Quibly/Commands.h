@@ -39,5 +39,6 @@ int run(int argc, char** argv, Io& io);
 
 // The rows of the table; each is defined in the command's own file.
 void addApproveCommand(CLI::App& command, Io& io, int& status);
+void addMailCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

@@ -88,6 +88,12 @@ std::optional<Prefilter::Classification> fromBankSender(const Patterns& p, std::
   return std::nullopt;
 }
 
+// Headers that only carry dates and message ids; their digits are no secret and
+// keeping them keeps threading and ordering intact.
+bool isStructuralHeader(std::string_view name) {
+  return name == "date" || name == "message-id" || name == "in-reply-to" || name == "references";
+}
+
 std::string_view summaryOf(R reason) {
   switch (reason) {
     case R::otp:
@@ -159,7 +165,9 @@ MailMessage Prefilter::redacted(const MailMessage& message) {
   out.subject = redactCodes(message.subject);
   out.snippet = redactCodes(message.snippet);
   out.body = redactCodes(message.body);
-  for (auto& [name, value] : out.headers) value = redactCodes(value);
+  for (auto& [name, value] : out.headers) {
+    if (!isStructuralHeader(name)) value = redactCodes(value);
+  }
   return out;
 }
 

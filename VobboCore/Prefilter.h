@@ -40,7 +40,8 @@ struct Prefilter {
   // The text with every run of 4 to 12 digits replaced by kRedacted.
   static std::string redactCodes(std::string_view text);
 
-  // The message with its subject, snippet, body and header values redacted.
+  // The message with its subject, snippet, body and header values redacted (all
+  // but the date and message-id headers, which hold no codes).
   static MailMessage redacted(const MailMessage& message);
 
   // The row for prefiltered mail: redacted message, local verdict, source local.
