@@ -146,7 +146,7 @@ int runTriage(const TriageOptions& options, Io& io) {
   int status = 0;
   std::vector<MailMessage> messages = readMessages(files, io, status);
   if (messages.empty()) return 1;
-  std::vector<TriagedMessage> rows = Triage::triageByRules(messages);
+  std::vector<TriagedMessage> rows = Triage::triageByRules(std::move(messages));
   if (options.json) {
     printJSON(rows, io.out);
   } else {

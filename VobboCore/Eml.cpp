@@ -375,7 +375,7 @@ std::string threadIdOf(const Eml::Headers& headers, std::string_view fallback) {
 }
 
 std::string snippetOf(std::string_view body) {
-  constexpr size_t kLook = 4096;
+  constexpr size_t kLook = 1024;
   std::string squashed = Text::squashSpaces(body.substr(0, kLook));
   if (body.size() > kLook && squashed.size() < 2 * MailMessage::kSnippetLength) {
     squashed = Text::squashSpaces(body);

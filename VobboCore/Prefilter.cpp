@@ -59,6 +59,16 @@ struct Patterns {
   JSRegex upiHandle{
       R"(\b[a-z0-9][a-z0-9._-]{1,63}@(?:ok(?:hdfcbank|icici|axis|sbi)|ybl|ibl|axl|apl|upi|paytm|airtel|fbl|jupiteraxis|abfspay|naviaxis|slc|yapl|waaxis|waicici|wasbi|rmhdfcbank)\b)",
       kCi};
+  // Something every rule but the sender-based ones needs: an otp phrase, the
+  // start of an amount, a UPI reference word or a UPI handle's domain. Ordinary
+  // mail fails this one scan and skips all the others.
+  JSRegex privateHint{
+      "(?:\\b(?:otp|one[\\s-]?time\\s?(?:password|passcode|code)|verification\\s?code|"
+      "security\\s?code|auth(?:entication)?\\s?code|2fa\\s?code|mpin|t-?pin|cvv)\\b|"
+      "\u20B9|\\bINR\\b|\\bRs|\\b(?:upi|rrn|utr)|"
+      "@(?:ok(?:hdfcbank|icici|axis|sbi)|ybl|ibl|axl|apl|upi|paytm|airtel|fbl|jupiteraxis|"
+      "abfspay|naviaxis|slc|yapl|waaxis|waicici|wasbi|rmhdfcbank)\\b)",
+      kCi};
   // Banks, card issuers and payment apps that send account mail, matched as a
   // label of the sender's domain.
   JSRegex bankSender{
@@ -94,6 +104,14 @@ bool isStructuralHeader(std::string_view name) {
   return name == "date" || name == "message-id" || name == "in-reply-to" || name == "references";
 }
 
+std::optional<Prefilter::Classification> statementBySubject(const Patterns& p,
+                                                            const MailMessage& message) {
+  if (p.statementPhrase.matches(message.subject) && p.accountPhrase.matches(message.body)) {
+    return classification(R::card_statement, "statement subject plus account phrase in body");
+  }
+  return std::nullopt;
+}
+
 std::string_view summaryOf(R reason) {
   switch (reason) {
     case R::otp:
@@ -114,6 +132,8 @@ std::optional<Prefilter::Classification> Prefilter::classify(const MailMessage& 
   const Patterns& p = patterns();
   std::string text =
       message.subject + "\n" + (message.body.empty() ? message.snippet : message.body);
+  bool fromBank = p.bankSender.matches(message.from.email);
+  if (!fromBank && !p.privateHint.matches(text)) return statementBySubject(p, message);
   if (p.otpPhrase.matches(text) && p.numericCode.matches(text)) {
     return classification(R::otp, "otp phrase plus numeric code");
   }
@@ -125,13 +145,10 @@ std::optional<Prefilter::Classification> Prefilter::classify(const MailMessage& 
     return classification(R::upi, "upi reference number in the mail");
   if (p.upiHandle.matches(text))
     return classification(R::upi, "upi virtual payment address in the mail");
-  if (p.bankSender.matches(message.from.email)) {
+  if (fromBank) {
     if (auto bank = fromBankSender(p, text, amountAndVerb)) return bank;
   }
-  if (p.statementPhrase.matches(message.subject) && p.accountPhrase.matches(message.body)) {
-    return classification(R::card_statement, "statement subject plus account phrase in body");
-  }
-  return std::nullopt;
+  return statementBySubject(p, message);
 }
 
 TriageVerdict Prefilter::localVerdict(const MailMessage& message,
@@ -160,22 +177,20 @@ std::string Prefilter::redactCodes(std::string_view text) {
   return patterns().code.replaceAll(text, kRedacted);
 }
 
-MailMessage Prefilter::redacted(const MailMessage& message) {
-  MailMessage out = message;
-  out.subject = redactCodes(message.subject);
-  out.snippet = redactCodes(message.snippet);
-  out.body = redactCodes(message.body);
-  for (auto& [name, value] : out.headers) {
+MailMessage Prefilter::redacted(MailMessage message) {
+  message.subject = redactCodes(message.subject);
+  message.snippet = redactCodes(message.snippet);
+  message.body = redactCodes(message.body);
+  for (auto& [name, value] : message.headers) {
     if (!isStructuralHeader(name)) value = redactCodes(value);
   }
-  return out;
+  return message;
 }
 
-TriagedMessage Prefilter::triaged(const MailMessage& message,
-                                  const Classification& classification) {
+TriagedMessage Prefilter::triaged(MailMessage message, const Classification& classification) {
   TriagedMessage row;
   row.verdict = localVerdict(message, classification);
-  row.message = redacted(message);
+  row.message = redacted(std::move(message));
   row.source = Triage::Source::local;
   row.tier = "none";
   row.rawConfidence = row.verdict.confidence;

@@ -42,10 +42,10 @@ struct Prefilter {
 
   // The message with its subject, snippet, body and header values redacted (all
   // but the date and message-id headers, which hold no codes).
-  static MailMessage redacted(const MailMessage& message);
+  static MailMessage redacted(MailMessage message);
 
   // The row for prefiltered mail: redacted message, local verdict, source local.
-  static TriagedMessage triaged(const MailMessage& message, const Classification& classification);
+  static TriagedMessage triaged(MailMessage message, const Classification& classification);
 };
 
 template <>

@@ -60,10 +60,10 @@ TriageVerdict RuleTriage::verdict(const MailMessage& message) {
   return verdict;
 }
 
-TriagedMessage RuleTriage::triaged(const MailMessage& message) {
+TriagedMessage RuleTriage::triaged(MailMessage message) {
   TriagedMessage row;
-  row.message = message;
   row.verdict = verdict(message);
+  row.message = std::move(message);
   row.source = Triage::Source::rules;
   row.tier = "none";
   row.rawConfidence = row.verdict.confidence;

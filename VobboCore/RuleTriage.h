@@ -23,7 +23,7 @@ struct RuleTriage {
   // suspicious mail gets a sentence in front saying why.
   static TriageVerdict verdict(const MailMessage& message);
   // The verdict as a row from the rule stage (source rules, tier "none").
-  static TriagedMessage triaged(const MailMessage& message);
+  static TriagedMessage triaged(MailMessage message);
   // Every message's row, in the input order.
   static std::vector<TriagedMessage> triage(const std::vector<MailMessage>& messages);
 };

@@ -99,14 +99,14 @@ std::string_view Triage::rationale(ReplyTone tone) {
   return {};
 }
 
-std::vector<TriagedMessage> Triage::triageByRules(const std::vector<MailMessage>& messages) {
+std::vector<TriagedMessage> Triage::triageByRules(std::vector<MailMessage> messages) {
   std::vector<TriagedMessage> rows;
   rows.reserve(messages.size());
-  for (const MailMessage& message : messages) {
+  for (MailMessage& message : messages) {
     if (auto classification = Prefilter::classify(message)) {
-      rows.push_back(Prefilter::triaged(message, *classification));
+      rows.push_back(Prefilter::triaged(std::move(message), *classification));
     } else {
-      rows.push_back(RuleTriage::triaged(message));
+      rows.push_back(RuleTriage::triaged(std::move(message)));
     }
   }
   return rows;

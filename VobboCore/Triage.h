@@ -82,7 +82,7 @@ struct Triage {
 
   // Triage without a model: prefiltered mail gets its on-device verdict (with
   // its text redacted), everything else the rule stage's. Input order is kept.
-  static std::vector<TriagedMessage> triageByRules(const std::vector<MailMessage>& messages);
+  static std::vector<TriagedMessage> triageByRules(std::vector<MailMessage> messages);
 };
 
 struct ExtractedTask {
