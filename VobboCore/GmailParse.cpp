@@ -44,7 +44,8 @@ std::string headerOr(const Eml::Headers& headers, std::string_view name) {
 
 std::string charsetOf(const JSONValue& part) {
   static const JSRegex pattern("charset\\s*=\\s*\"?([^\";\\s]+)\"?", JSRegex::Case::insensitive);
-  auto m = pattern.firstMatch(headerOr(headersOf(part), "content-type"));
+  std::string contentType = headerOr(headersOf(part), "content-type");  // the match views it
+  auto m = pattern.firstMatch(contentType);
   return m ? std::string(m->text(1)) : std::string();
 }
 
