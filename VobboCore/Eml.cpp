@@ -263,13 +263,16 @@ std::vector<std::string_view> splitMultipart(std::string_view body, std::string_
 }
 
 std::string crlfToLf(std::string text) {
-  if (text.find('\r') == std::string::npos) return text;
+  size_t cr = text.find("\r\n");
+  if (cr == std::string::npos) return text;
   std::string out;
   out.reserve(text.size());
-  for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
-    out += text[i];
+  size_t from = 0;
+  for (; cr != std::string::npos; cr = text.find("\r\n", from)) {
+    out.append(text, from, cr - from);
+    from = cr + 1;  // keeps the "\n"
   }
+  out.append(text, from, std::string::npos);
   return out;
 }
 

@@ -14,6 +14,13 @@
 //                   bank sender plus account phrase
 //   card_statement  statement subject plus account phrase in body
 //
+// Most mail is ordinary, and running every pattern over every body would cost
+// more than reading the mail did. The phrase and amount patterns can only match
+// where one of a few words starts ("otp", "verification", "rs", "upi"...), so one
+// byte scan for those word starts (mayHoldPrivateDetails) decides whether they
+// need to run at all. The scan is deliberately generous: it also says yes for ₹
+// and for the two non-ASCII letters that match "k" and "s" without regard to case.
+//
 // UPI comes before the bank-sender rules because banks send UPI alerts too and
 // the narrower reason tells the person more. A statement phrase is checked
 // before the generic bank rules for the same reason: statements also mention
@@ -25,6 +32,8 @@
 // screen's JSON output or a model.
 
 #include "Prefilter.h"
+
+#include <array>
 
 #include "JSRegex.h"
 
@@ -59,16 +68,6 @@ struct Patterns {
   JSRegex upiHandle{
       R"(\b[a-z0-9][a-z0-9._-]{1,63}@(?:ok(?:hdfcbank|icici|axis|sbi)|ybl|ibl|axl|apl|upi|paytm|airtel|fbl|jupiteraxis|abfspay|naviaxis|slc|yapl|waaxis|waicici|wasbi|rmhdfcbank)\b)",
       kCi};
-  // Something every rule but the sender-based ones needs: an otp phrase, the
-  // start of an amount, a UPI reference word or a UPI handle's domain. Ordinary
-  // mail fails this one scan and skips all the others.
-  JSRegex privateHint{
-      "(?:\\b(?:otp|one[\\s-]?time\\s?(?:password|passcode|code)|verification\\s?code|"
-      "security\\s?code|auth(?:entication)?\\s?code|2fa\\s?code|mpin|t-?pin|cvv)\\b|"
-      "\u20B9|\\bINR\\b|\\bRs|\\b(?:upi|rrn|utr)|"
-      "@(?:ok(?:hdfcbank|icici|axis|sbi)|ybl|ibl|axl|apl|upi|paytm|airtel|fbl|jupiteraxis|"
-      "abfspay|naviaxis|slc|yapl|waaxis|waicici|wasbi|rmhdfcbank)\\b)",
-      kCi};
   // Banks, card issuers and payment apps that send account mail, matched as a
   // label of the sender's domain.
   JSRegex bankSender{
@@ -81,6 +80,55 @@ struct Patterns {
 const Patterns& patterns() {
   static const Patterns kPatterns;
   return kPatterns;
+}
+
+bool isAsciiAlnum(unsigned char c) {
+  return (c >= '0' && c <= '9') || ((c | 0x20) >= 'a' && (c | 0x20) <= 'z');
+}
+
+// Only ASCII counts here: after any other character a word may start, which errs
+// on the side of running the patterns.
+bool isWordByte(unsigned char c) { return isAsciiAlnum(c) || c == '_'; }
+
+unsigned char asciiLower(unsigned char c) { return c >= 'A' && c <= 'Z' ? c | 0x20 : c; }
+
+bool startsWithWord(std::string_view text, size_t at, std::string_view lead) {
+  if (text.size() - at < lead.size()) return false;
+  for (size_t k = 0; k < lead.size(); ++k) {
+    if (asciiLower(static_cast<unsigned char>(text[at + k])) != lead[k]) return false;
+  }
+  return true;
+}
+
+// Whether a word in the text starts with one of the words the phrase, amount and
+// UPI reference patterns begin with. False means none of those patterns can match.
+bool mayHoldPrivateDetails(std::string_view text) {
+  static constexpr std::string_view kLeads[] = {"otp", "one",  "verification", "security", "auth",
+                                                "2fa", "mpin", "tpin",         "t-pin",    "cvv",
+                                                "inr", "rs",   "upi",          "rrn",      "utr"};
+  static constexpr auto kFirst = [] {
+    std::array<bool, 256> first{};
+    for (std::string_view lead : kLeads) {
+      auto c = static_cast<unsigned char>(lead[0]);
+      first[c] = true;
+      if (c >= 'a' && c <= 'z') first[c - ('a' - 'A')] = true;
+    }
+    return first;
+  }();
+  static constexpr std::string_view kWideLetters[] = {"\u20B9", "\u212A",
+                                                      "\u017F"};  // ₹, Kelvin K, long s
+  for (std::string_view wide : kWideLetters) {
+    if (text.find(wide) != std::string_view::npos) return true;
+  }
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (!kFirst[static_cast<unsigned char>(text[i])]) continue;
+    auto c = asciiLower(static_cast<unsigned char>(text[i]));
+    if (i > 0 && isWordByte(static_cast<unsigned char>(text[i - 1]))) continue;
+    for (std::string_view lead : kLeads) {
+      if (lead[0] == c && startsWithWord(text, i, lead)) return true;
+    }
+  }
+  return false;
 }
 
 Prefilter::Classification classification(R reason, std::string rule) {
@@ -133,18 +181,22 @@ std::optional<Prefilter::Classification> Prefilter::classify(const MailMessage& 
   std::string text =
       message.subject + "\n" + (message.body.empty() ? message.snippet : message.body);
   bool fromBank = p.bankSender.matches(message.from.email);
-  if (!fromBank && !p.privateHint.matches(text)) return statementBySubject(p, message);
-  if (p.otpPhrase.matches(text) && p.numericCode.matches(text)) {
-    return classification(R::otp, "otp phrase plus numeric code");
+  bool amountAndVerb = false;
+  if (mayHoldPrivateDetails(text)) {
+    if (p.otpPhrase.matches(text) && p.numericCode.matches(text)) {
+      return classification(R::otp, "otp phrase plus numeric code");
+    }
+    amountAndVerb = p.amount.matches(text) && p.transactionVerb.matches(text);
+    if (amountAndVerb && p.upiPhrase.matches(text)) {
+      return classification(R::upi, "upi phrase plus an amount and a transaction verb");
+    }
+    if (p.upiReference.matches(text)) {
+      return classification(R::upi, "upi reference number in the mail");
+    }
   }
-  bool amountAndVerb = p.amount.matches(text) && p.transactionVerb.matches(text);
-  if (amountAndVerb && p.upiPhrase.matches(text)) {
-    return classification(R::upi, "upi phrase plus an amount and a transaction verb");
-  }
-  if (p.upiReference.matches(text))
-    return classification(R::upi, "upi reference number in the mail");
-  if (p.upiHandle.matches(text))
+  if (p.upiHandle.matches(text)) {
     return classification(R::upi, "upi virtual payment address in the mail");
+  }
   if (fromBank) {
     if (auto bank = fromBankSender(p, text, amountAndVerb)) return bank;
   }
