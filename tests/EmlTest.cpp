@@ -246,5 +246,24 @@ TEST(EmlTest, EncodesToJSONUnderFieldNames) {
   EXPECT_EQ(fromJSON<MailMessage>(json), m);
 }
 
+TEST(EmlTest, GroupsRepliesIntoThreads) {
+  auto mail = [](std::string_view id, std::string_view headers) {
+    return Eml::message(std::string(headers) + "\n\nbody", id);
+  };
+  auto threads = MailThread::group({
+      mail("root", "Subject: Plan\nMessage-ID: <r@x>"),
+      mail("other", "Subject: Lunch\nMessage-ID: <o@x>"),
+      mail("reply", "Subject: Re: Plan\nMessage-ID: <s@x>\nIn-Reply-To: <r@x>"),
+      mail("late", "Subject: Re: Plan\nMessage-ID: <t@x>\nReferences: <r@x> <s@x>"),
+  });
+  ASSERT_EQ(threads.size(), 2u);
+  EXPECT_EQ(threads[0].id, "r@x");
+  EXPECT_EQ(threads[0].subject, "Plan");
+  ASSERT_EQ(threads[0].messages.size(), 3u);
+  EXPECT_EQ(threads[0].messages[2].id, "late");
+  EXPECT_EQ(threads[0].messages[1].threadSize, 3);
+  EXPECT_EQ(threads[1].messages[0].threadSize, 1);
+}
+
 }  // namespace
 }  // namespace vobbo
