@@ -20,6 +20,7 @@ constexpr Command kCommands[] = {
     {"task", "Parse a typed task into its title, due date, repeat, tags and priority",
      addTaskCommand},
     {"data", "Show where Quibly keeps your data; export, move or migrate it", addDataCommand},
+    {"mail", "Sort mail by urgency on this machine (mail triage PATH...)", addMailCommand},
 };
 
 std::string selfPath(const char* argv0) {

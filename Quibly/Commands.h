@@ -43,5 +43,6 @@ void addSessionsCommand(CLI::App& command, Io& io, int& status);
 void addTranscriptCommand(CLI::App& command, Io& io, int& status);
 void addTaskCommand(CLI::App& command, Io& io, int& status);
 void addDataCommand(CLI::App& command, Io& io, int& status);
+void addMailCommand(CLI::App& command, Io& io, int& status);
 
 }  // namespace quibly

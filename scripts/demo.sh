@@ -85,3 +85,6 @@ sed 's/^/    /' "$VOBBO_DATA_DIR/vobbo-store.json"
 "$quibly" data export "$tmp"
 HOME=$tmp/home "$quibly" data
 unset VOBBO_DATA_DIR
+
+section "Mail triage on this machine (samples/inbox: 32 mails written for this demo)"
+"$quibly" mail triage samples/inbox
