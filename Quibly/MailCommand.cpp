@@ -35,10 +35,7 @@ struct TriageOptions {
 };
 
 bool isEmlFile(const std::filesystem::path& path) {
-  std::string extension = path.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension == ".eml";
+  return vobbo::Text::asciiLower(path.extension().string()) == ".eml";
 }
 
 // The .eml files a path names: the file itself, or every .eml file under a folder

@@ -13,10 +13,7 @@ namespace vobbo::Charset {
 namespace {
 
 std::string lowered(std::string_view text) {
-  std::string out(Text::trim(text, " \t\r\n\"'"));
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return out;
+  return Text::asciiLower(Text::trim(text, " \t\r\n\"'"));
 }
 
 // iconv_t is a resource: closed on every path.

@@ -35,13 +35,6 @@ namespace vobbo {
 
 namespace {
 
-std::string lower(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return out;
-}
-
 std::string_view lineContent(std::string_view line) {
   return !line.empty() && line.back() == '\r' ? line.substr(0, line.size() - 1) : line;
 }
@@ -142,7 +135,7 @@ std::string decodeQuotedPrintable(std::string_view text, Escapes escapes) {
 }
 
 std::string normalisedEncoding(std::string_view encoding) {
-  return lower(Text::trim(encoding, " \t\r\n\""));
+  return Text::asciiLower(Text::trim(encoding, " \t\r\n\""));
 }
 
 // The transfer decoding as bytes, for parts converted from another charset.
@@ -167,7 +160,7 @@ std::optional<int> asciiNumber(std::string_view digits) {
 
 // Minutes east of UTC for a date's zone; no zone is UTC. Nothing when unreadable.
 std::optional<int64_t> zoneOffsetMinutes(std::string_view zoneText) {
-  std::string zone = lower(zoneText);
+  std::string zone = Text::asciiLower(zoneText);
   if (zone.size() == 5 && (zone[0] == '+' || zone[0] == '-')) {
     auto hhmm = asciiNumber(std::string_view(zone).substr(1));
     if (!hhmm || *hhmm % 100 > 59) return std::nullopt;
@@ -197,7 +190,7 @@ std::string headerOr(const Eml::Headers& headers, std::string_view name) {
 
 // The media type of a content-type value, lower case; "" when there is none.
 std::string mediaType(std::string_view contentType) {
-  return lower(Text::trim(contentType.substr(0, contentType.find(';'))));
+  return Text::asciiLower(Text::trim(contentType.substr(0, contentType.find(';'))));
 }
 
 std::optional<std::string> parameter(const JSRegex& pattern, std::string_view value) {
@@ -407,7 +400,7 @@ Eml::Headers Eml::parseHeaders(std::string_view text) {
     }
     store();
     if (auto header = splitHeaderLine(line)) {
-      name = lower(header->name);
+      name = Text::asciiLower(header->name);
       value.assign(header->value);
     }
   }
@@ -516,7 +509,7 @@ std::optional<int64_t> Eml::parseDate(std::string_view text) {
   auto m = pattern.firstMatch(text);
   if (!m) return std::nullopt;
   static constexpr std::string_view kMonths = "janfebmaraprmayjunjulaugsepoctnovdec";
-  size_t month = kMonths.find(lower(m->text(2)));
+  size_t month = kMonths.find(Text::asciiLower(m->text(2)));
   auto day = asciiNumber(m->text(1)), year = asciiNumber(m->text(3));
   auto hour = asciiNumber(m->text(4)), minute = asciiNumber(m->text(5));
   auto second = m->has(6) ? asciiNumber(m->text(6)) : 0;
@@ -550,7 +543,7 @@ std::string Eml::decodeWords(std::string_view value) {
   for (const auto& m : word.allMatches(value)) {
     JSRegex::Range r = m.range();
     std::string_view gap = value.substr(last, r.begin - last);
-    std::string charset = lower(m.text(1));
+    std::string charset = Text::asciiLower(m.text(1));
     bool joins = !pendingCharset.empty() && Text::trim(gap).empty();
     if (!joins) {
       flush();

@@ -17,13 +17,6 @@ namespace vobbo {
 
 namespace {
 
-std::string lower(std::string_view text) {
-  std::string out(text);
-  std::transform(out.begin(), out.end(), out.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return out;
-}
-
 // The part's headers (a list of {name, value} objects) by lower-case name.
 Eml::Headers headersOf(const JSONValue& part) {
   Eml::Headers headers;
@@ -32,7 +25,7 @@ Eml::Headers headersOf(const JSONValue& part) {
   for (const JSONValue& header : *list) {
     auto name = header.stringAt("name");
     auto value = header.stringAt("value");
-    if (name && value) headers[lower(*name)] = Eml::decodeWords(*value);
+    if (name && value) headers[Text::asciiLower(*name)] = Eml::decodeWords(*value);
   }
   return headers;
 }
@@ -74,7 +67,7 @@ void walkPart(const JSONValue& part, int depth, Walk& walk) {
   if (!part.object() || depth > Eml::kMaxDepth) return;
   bool attachment = isAttachment(part);
   if (attachment) walk.hasAttachments = true;
-  std::string type = lower(part.stringAt("mimeType").value_or(""));
+  std::string type = Text::asciiLower(part.stringAt("mimeType").value_or(""));
   if (!attachment && type == "text/plain" && !walk.plain) walk.plain = partText(part);
   if (!attachment && type == "text/html" && !walk.html) walk.html = partText(part);
   if (const JSONValue::Array* parts = part.arrayAt("parts")) {
@@ -138,7 +131,7 @@ std::optional<std::string> entityText(std::string_view entity) {
     appendUTF8(out, cp);
     return out;
   }
-  std::string name = lower(entity);
+  std::string name = Text::asciiLower(entity);
   for (const auto& [key, text] : kNamed) {
     if (key == name) return std::string(text);
   }

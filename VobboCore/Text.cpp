@@ -131,6 +131,14 @@ std::string_view utf16Prefix(std::string_view text, size_t units) {
   return text.substr(0, end);
 }
 
+std::string asciiLower(std::string_view text) {
+  std::string out(text);
+  for (char& c : out) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  }
+  return out;
+}
+
 std::string_view trim(std::string_view text, std::string_view chars) {
   size_t b = text.find_first_not_of(chars);
   if (b == std::string_view::npos) return {};

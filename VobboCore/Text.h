@@ -30,6 +30,9 @@ std::string cut(std::string_view text, size_t limit);
 size_t utf16Length(std::string_view text);
 std::string_view utf16Prefix(std::string_view text, size_t units);
 
+// ASCII letters lower-cased; every other byte as it stands (so UTF-8 survives).
+std::string asciiLower(std::string_view text);
+
 // Leading and trailing characters of `chars` removed.
 std::string_view trim(std::string_view text, std::string_view chars = " \t\r\n");
 // Runs of white space (space, tab, CR, LF, FF, VT) become one space; the ends are trimmed.

@@ -147,9 +147,7 @@ std::optional<std::string> Transcript::stampString(const JSONValue& value) {
 }
 
 std::string Transcript::shortModel(std::string_view id) {
-  std::string lower(id);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  const std::string lower = Text::asciiLower(id);
   if (lower.find("opus") != std::string::npos) return "Opus";
   if (lower.find("sonnet") != std::string::npos) return "Sonnet";
   if (lower.find("haiku") != std::string::npos) return "Haiku";
