@@ -153,6 +153,7 @@ class Approver {
   Io& io_;
   Policy policy_;
   Output output_;
+  bool readKeys_ = true;     // keys can still arrive on standard input
   std::deque<Event> queue_;  // approvals waiting for the person, oldest first
 };
 
@@ -163,7 +164,7 @@ void Approver::emit(std::string_view event, ApprovalListener::Id id, JSONObject 
 }
 
 void Approver::promptCurrent() {
-  if (queue_.empty() || output_ == Output::json) return;
+  if (queue_.empty() || output_ == Output::json || !readKeys_) return;
   const Event& e = queue_.front();
   say(fmt::format("[{}] a allow · d deny · p pass{} › ", e.id,
                   queue_.size() > 1 ? fmt::format("  ({} more waiting)", queue_.size() - 1) : ""));
@@ -196,7 +197,7 @@ void Approver::handle(Event e) {
       if (policy_ == Policy::allow) return decide(ApproveWire::Decision::allow, "policy");
       if (policy_ == Policy::deny) return decide(ApproveWire::Decision::deny, "policy");
       if (policy_ == Policy::defer) return decide(ApproveWire::Decision::defer, "policy");
-      if (queue_.size() == 1) promptCurrent();
+      promptCurrent();  // the keys still answer the oldest request
       return;
     case Event::Type::withdrawn:
     case Event::Type::expired: {
@@ -209,10 +210,12 @@ void Approver::handle(Event e) {
       if (output_ == Output::json) {
         emit(withdrawn ? "withdrawn" : "expired", e.id);
       } else {
-        say(withdrawn ? fmt::format(
-                            "\n[{}] Withdrawn: the agent was answered in its own terminal.\n", e.id)
-                      : fmt::format("\n[{}] Passed by itself: nobody answered within {} seconds.\n",
-                                    e.id, ApproveWire::waitSeconds));
+        say(withdrawn
+                ? fmt::format("\n[{}] Withdrawn: the agent stopped waiting, most often because "
+                              "it was answered in its own terminal.\n",
+                              e.id)
+                : fmt::format("\n[{}] Passed by itself: nobody answered within {} seconds.\n", e.id,
+                              ApproveWire::waitSeconds));
         if (wasCurrent || !queue_.empty()) promptCurrent();
       }
       return;
@@ -229,7 +232,7 @@ void Approver::decide(ApproveWire::Decision d, std::string_view how) {
     emit("decision", e.id,
          JSONObject{{"decision", vobbo::rawValue(d)}, {"by", how}, {"delivered", sent}});
   } else {
-    say(fmt::format("{}{}\n", how == "key" ? "" : fmt::format("[{}] ", e.id),
+    say(fmt::format("[{}] {}\n", e.id,
                     sent ? pastTense(d) : "Too late: the agent stopped waiting."));
     promptCurrent();
   }
@@ -297,11 +300,11 @@ int Approver::serve(const std::string& socket) {
             : "Answering every request by itself. Ctrl-C stops.\n");
   }
 
-  bool readKeys = policy_ == Policy::ask;
-  RawTerminal terminal(readKeys ? 0 : -1);
+  readKeys_ = policy_ == Policy::ask;
+  RawTerminal terminal(readKeys_ ? 0 : -1);
   for (;;) {
     pollfd fds[3] = {
-        {stopRead.get(), POLLIN, 0}, {events.fd(), POLLIN, 0}, {readKeys ? 0 : -1, POLLIN, 0}};
+        {stopRead.get(), POLLIN, 0}, {events.fd(), POLLIN, 0}, {readKeys_ ? 0 : -1, POLLIN, 0}};
     if (::poll(fds, 3, -1) < 0 && errno != EINTR) break;
     if (fds[0].revents) break;
     if (fds[1].revents) {
@@ -311,7 +314,13 @@ int Approver::serve(const std::string& socket) {
       char keys[64];
       ssize_t n = ::read(0, keys, sizeof keys);
       if (n <= 0) {
-        readKeys = false;  // no more keys will come; requests pass by themselves
+        readKeys_ = false;
+        if (output_ == Output::text) {
+          say(
+              fmt::format("\nNo more keys can come from standard input, so requests now pass by "
+                          "themselves after {} seconds.\n",
+                          ApproveWire::waitSeconds));
+        }
         continue;
       }
       for (ssize_t i = 0; i < n; ++i) onKey(keys[i]);
@@ -351,7 +360,12 @@ void addApproveCommand(CLI::App& command, Io& io, int& status) {
   allow->excludes(deny)->excludes(defer);
   deny->excludes(defer);
   command.add_flag("--json", options->json, "Print one JSON line per event instead of text");
-  command.callback([options, &io, &status] {
+  command.callback([options, &io, &status, &command] {
+    if (command.count("--socket") && options->socket.empty()) {
+      io.err << "The --socket path is empty: name the socket file to listen at.\n";
+      status = 2;
+      return;
+    }
     raiseDescriptorLimit();
     std::string socket =
         options->socket.empty()

@@ -304,6 +304,13 @@ Result<std::unique_ptr<ApprovalListener>> ApprovalListener::start(Options option
     return failure("The socket path " + options.path + " is longer than the " +
                    std::to_string(ApproveSocket::kMaxPath) + " bytes a socket address can hold.");
   }
+  // Listening replaces whatever is at the path; never let that be a file of the
+  // person's, a folder, or a link to one.
+  struct stat st;
+  if (::lstat(options.path.c_str(), &st) == 0 && !S_ISSOCK(st.st_mode)) {
+    return failure("There is already something at " + options.path +
+                   " that is not a socket, so Quibly left it alone and did not listen there.");
+  }
   auto listener = ApproveSocket::listen(options.path);
   if (!listener) {
     return failure("Could not listen at " + options.path + ": " + std::strerror(errno) + ".");

@@ -58,8 +58,9 @@ class ApprovalListener {
     double waitSeconds = ApproveWire::waitSeconds;
   };
 
-  // Binds the socket (replacing any file at the path) and starts serving.
-  // Fails with a sentence when the socket cannot be made there.
+  // Binds the socket (replacing a stale socket at the path) and starts serving.
+  // Fails with a sentence when something other than a socket is at the path, or
+  // the socket cannot be made there.
   static Result<std::unique_ptr<ApprovalListener>> start(Options options, Handler handler);
 
   ApprovalListener(const ApprovalListener&) = delete;

@@ -210,19 +210,29 @@ std::string parseFailure(simdjson::error_code code) {
       return "The text is too large to read as JSON.";
     case simdjson::MEMALLOC:
       return "There was not enough memory to read the JSON.";
-    default: {
-      // simdjson's messages may already end in a full stop.
-      std::string_view message = simdjson::error_message(code);
-      while (!message.empty() && message.back() == '.') message.remove_suffix(1);
-      return "The text is not valid JSON: " + std::string(message) + ".";
-    }
+    case simdjson::T_ATOM_ERROR:
+    case simdjson::F_ATOM_ERROR:
+    case simdjson::N_ATOM_ERROR:
+      return "The text is not valid JSON: it holds a word other than true, false or null "
+             "outside quotes.";
+    case simdjson::NUMBER_ERROR:
+    case simdjson::NUMBER_OUT_OF_RANGE:
+      return "The text is not valid JSON: it holds a number that is malformed or too large.";
+    case simdjson::STRING_ERROR:
+    case simdjson::UNCLOSED_STRING:
+    case simdjson::UNESCAPED_CHARS:
+      return "The text is not valid JSON: a string in it is not closed, has a bad escape, or "
+             "holds a raw control character.";
+    default:
+      return "The text is not valid JSON: a bracket, brace, comma or colon is missing or out "
+             "of place, or something follows the end.";
   }
 }
 
 // One parser per thread: its buffers are reused between calls, which matters
 // for the many small documents of a transcript. A parser that grew for a very
 // large document is given back so a thread does not keep the memory.
-constexpr size_t kKeepParserCapacity = 256u << 20;
+constexpr size_t kKeepParserCapacity = 16u << 20;
 
 }  // namespace
 
@@ -233,6 +243,8 @@ Result<JSONValue> JSONValue::parse(std::string_view text) {
       return failure(parseFailure(simdjson::MEMALLOC));
     }
   }
+  // A byte-order mark is not JSON, but editors on some systems write one.
+  if (text.substr(0, 3) == "\xEF\xBB\xBF") text.remove_prefix(3);
   simdjson::dom::element root;
   auto error = parser.parse(text.data(), text.size(), true).get(root);
   if (error) return failure(parseFailure(error));

@@ -293,8 +293,10 @@ TEST(EndToEndApproveTest, TheTerminalApproverAnswersWithSingleKeys) {
       test::Child::start({QUIBLY_APPROVE_BIN, "codex"},
                          hookOptions(socket, sample("codex-PermissionRequest-Bash.json")));
   ASSERT_TRUE(approver.readUntil("[2] Codex asks to run Bash"));
+  ASSERT_TRUE(approver.readUntil("[1] a allow · d deny · p pass  (1 more waiting) › "));
   approver.writeInput("xa");  // unknown keys are ignored; a answers the oldest request
   EXPECT_EQ(first.wait().out, kAllowLine);
+  ASSERT_TRUE(approver.readUntil("[1] Allowed.\n[2] a allow"));
   approver.writeInput("d");
   EXPECT_EQ(second.wait().out, kDenyLine);
 
@@ -303,7 +305,9 @@ TEST(EndToEndApproveTest, TheTerminalApproverAnswersWithSingleKeys) {
       hookOptions(socket, sample("claude-PermissionRequest-AskUserQuestion.json")));
   ASSERT_TRUE(approver.readUntil("[3] Claude Code asks to run AskUserQuestion"));
   third.kill(SIGTERM);
-  ASSERT_TRUE(approver.readUntil("[3] Withdrawn: the agent was answered in its own terminal."));
+  ASSERT_TRUE(approver.readUntil(
+      "[3] Withdrawn: the agent stopped waiting, most often because it was answered in its own "
+      "terminal."));
 
   auto notice =
       runHook({"gemini"}, hookOptions(socket, sample("gemini-Notification-ToolPermission.json")));
@@ -313,8 +317,7 @@ TEST(EndToEndApproveTest, TheTerminalApproverAnswersWithSingleKeys) {
   approver.kill(SIGINT);
   auto done = approver.wait();
   EXPECT_EQ(done.exitCode, 0);
-  EXPECT_NE(done.out.find("Allowed."), std::string::npos);
-  EXPECT_NE(done.out.find("Denied."), std::string::npos);
+  EXPECT_NE(done.out.find("[2] Denied."), std::string::npos);
   EXPECT_NE(done.out.find("Stopped. Agents ask in their own way again."), std::string::npos);
   EXPECT_FALSE(Files::exists(socket));
 }
@@ -350,6 +353,16 @@ TEST(EndToEndApproveTest, TheApproverWillNotTakeOverAnotherListener) {
                        ". Stop it first, or listen elsewhere with --socket.\n");
   auto flags = test::runProcess({QUIBLY_BIN, "approve", "--allow-all", "--deny-all"});
   EXPECT_EQ(flags.exitCode, 2);
+
+  // Nor replace a file of the person's that happens to sit at the path.
+  test::writeFile(dir.file("notes.txt"), "my notes");
+  auto file =
+      test::runProcess({QUIBLY_BIN, "approve", "--socket", dir.file("notes.txt"), "--allow-all"});
+  EXPECT_EQ(file.exitCode, 1);
+  EXPECT_EQ(file.err,
+            "There is already something at " + dir.file("notes.txt") +
+                " that is not a socket, so Quibly left it alone and did not listen there.\n");
+  EXPECT_EQ(test::readFile(dir.file("notes.txt")), "my notes");
 }
 
 // The whole wait: an app that never answers lets the hook go after 110 seconds.

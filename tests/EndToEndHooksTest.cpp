@@ -100,8 +100,8 @@ TEST(EndToEndHooksTest, AnUnreadableFileStopsOnlyItsOwnAgent) {
   EXPECT_EQ(rows.array()->at(3).stringAt("error"),
             gemini +
                 " cannot be read as settings, so Quibly left it unchanged. The text is not "
-                "valid JSON: The JSON document has an improper structure: missing or "
-                "superfluous commas, braces, missing keys, etc.");
+                "valid JSON: a bracket, brace, comma or colon is missing or out of place, or "
+                "something follows the end.");
   EXPECT_EQ(test::readFile(gemini), "{\"ui\": {\"theme\": \"Default\"},");
 
   auto status = s.quibly({"hooks"});
