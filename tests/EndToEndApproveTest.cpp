@@ -195,7 +195,9 @@ TEST(EndToEndApproveTest, SurvivesAnyInput) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    auto r = runHook({"claude"}, hookOptions(dir.file("a.sock"), c.input));
+    ProcessOptions options = hookOptions(dir.file("a.sock"), c.input);
+    options.timeoutSeconds = 180;  // 100 MB takes a while under the sanitizers
+    auto r = runHook({"claude"}, options);
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, c.printed);
     EXPECT_EQ(r.err, "");
