@@ -25,9 +25,10 @@ double nowMs() {
 
 }  // namespace
 
-TempDir::TempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/qt.XXXXXX";
+TempDir::TempDir(std::string_view base) {
+  const char* tmp = std::getenv("TMPDIR");
+  std::string pattern =
+      (!base.empty() ? std::string(base) : std::string(tmp && *tmp ? tmp : "/tmp")) + "/qt.XXXXXX";
   char* made = ::mkdtemp(pattern.data());
   if (!made) {
     ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
@@ -212,7 +213,6 @@ ProcessResult Child::wait(double timeoutSeconds) {
   pid_ = -1;
   result.elapsedMs = nowMs() - startMs_;
   if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }
 

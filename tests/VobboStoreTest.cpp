@@ -198,26 +198,10 @@ TEST(VobboStoreTest, ObserverMayReadAndWriteTheStoreFromItsCallback) {
   EXPECT_EQ(parseObject(test::readFile(store.file())), (JSONObject{{"echo", 1}, {"ping", true}}));
 }
 
-// A folder in memory where the machine has one: this test is about the locks,
-// and thousands of flushes to a real disk would only make it slow.
-class MemoryDir {
- public:
-  MemoryDir() {
-    std::string pattern = Files::isDirectory("/dev/shm") ? "/dev/shm/qt.XXXXXX" : "/tmp/qt.XXXXXX";
-    if (::mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~MemoryDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 TEST(VobboStoreTest, EightThreadsWritingDistinctKeysLoseNothing) {
-  MemoryDir tmp;
+  // A folder in memory where the machine has one: this test is about the locks,
+  // and thousands of flushes to a real disk would only make it slow.
+  TempDir tmp(Files::isDirectory("/dev/shm") ? "/dev/shm" : "");
   ASSERT_FALSE(tmp.path().empty());
   constexpr int kThreads = 8, kKeys = 1000;
   VobboStore store(tmp.path());
