@@ -31,6 +31,22 @@ class TempDir {
   std::string path_;
 };
 
+// Makes a folder read-only while the object lives. Root ignores permissions,
+// so for root the folder is marked immutable instead, where the file system
+// allows it; ok() says whether the folder is read-only now.
+class ReadOnlyFolder {
+ public:
+  explicit ReadOnlyFolder(std::string folder);
+  ReadOnlyFolder(const ReadOnlyFolder&) = delete;
+  ReadOnlyFolder& operator=(const ReadOnlyFolder&) = delete;
+  ~ReadOnlyFolder();
+  bool ok() const { return ok_; }
+
+ private:
+  std::string folder_;
+  bool ok_ = false;
+};
+
 // Reads and writes whole files; a failure stops the test.
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, std::string_view bytes);
