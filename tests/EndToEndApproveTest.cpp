@@ -153,7 +153,6 @@ TEST(EndToEndApproveTest, PrintsUsageForAMissingOrUnknownAgent) {
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "usage: quibly-approve claude|codex|grok|gemini\n");
-    EXPECT_EQ(r.err.size(), 47u);
   }
 }
 
