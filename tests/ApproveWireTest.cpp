@@ -123,17 +123,6 @@ TEST(ApproveWireTest, NamesTheFilesOfACodexPatch) {
   EXPECT_EQ(ApproveWire::summarize("Bash", nullptr), "Bash");
 }
 
-TEST(ApproveWireTest, AnswersTheAgentInItsExactFormat) {
-  EXPECT_EQ(
-      ApproveWire::hookOutput(ApproveWire::Decision::allow),
-      R"({"hookSpecificOutput":{"decision":{"behavior":"allow"},"hookEventName":"PermissionRequest"}})");
-  EXPECT_EQ(
-      ApproveWire::hookOutput(ApproveWire::Decision::deny),
-      R"({"hookSpecificOutput":{"decision":{"behavior":"deny","message":"Denied from Quibly."},)"
-      R"("hookEventName":"PermissionRequest"}})");
-  EXPECT_FALSE(ApproveWire::hookOutput(ApproveWire::Decision::defer));
-}
-
 TEST(ApproveWireTest, ParsesOnlyWellFormedLines) {
   EXPECT_EQ(ApproveWire::parse<ApproveWire::Reply>(R"({"decision":"deny"})")->decision,
             ApproveWire::Decision::deny);
