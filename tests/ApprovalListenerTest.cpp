@@ -46,9 +46,6 @@ class Recorder {
   std::vector<ApprovalListener::Id> withdrawn() {
     return locked([&] { return withdrawn_; });
   }
-  std::vector<ApprovalListener::Id> expired() {
-    return locked([&] { return expired_; });
-  }
   ApprovalListener::Reply reply(ApprovalListener::Id id) {
     return locked([&] { return replies_[id]; });
   }

@@ -49,7 +49,7 @@ ProcessResult runHook(std::vector<std::string> args, const ProcessOptions& optio
 // the connection open), and records the request lines it received.
 class ScriptedApp {
  public:
-  enum class Then { answer, close, hold };
+  enum class Then { answer, hold };
   ScriptedApp(std::string path, std::string answer, Then then)
       : answer_(std::move(answer)), then_(then) {
     auto fd = ApproveSocket::listen(path);
@@ -103,6 +103,7 @@ TEST(EndToEndApproveTest, PrintsTheAnswerTheAppGives) {
       {"{\"decision\":\"maybe\"}\n", ""},
       {"{\"decision\":\"allow\"}", ""},  // the app closed before ending the line
       {"not json\n", ""},
+      {"", ""},  // the app closed without a word
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.reply);
@@ -121,16 +122,11 @@ TEST(EndToEndApproveTest, PrintsTheAnswerTheAppGives) {
 
 TEST(EndToEndApproveTest, StaysSilentWhenNoAppAnswers) {
   test::TempDir dir;
-  auto event = sample("codex-PermissionRequest-Bash.json");
-  auto none = runHook({"codex"}, hookOptions(dir.file("none.sock"), event));
+  auto none = runHook(
+      {"codex"}, hookOptions(dir.file("none.sock"), sample("codex-PermissionRequest-Bash.json")));
   EXPECT_EQ(none.exitCode, 0);
   EXPECT_EQ(none.out + none.err, "");
   EXPECT_LT(none.elapsedMs, 2000);
-
-  ScriptedApp closes(dir.file("c.sock"), "", ScriptedApp::Then::close);
-  auto closed = runHook({"codex"}, hookOptions(dir.file("c.sock"), event));
-  EXPECT_EQ(closed.exitCode, 0);
-  EXPECT_EQ(closed.out + closed.err, "");
 }
 
 TEST(EndToEndApproveTest, WaitingAgentsSendANoticeAndNeverWait) {
@@ -157,7 +153,6 @@ TEST(EndToEndApproveTest, PrintsUsageForAMissingOrUnknownAgent) {
     EXPECT_EQ(r.exitCode, 0);
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "usage: quibly-approve claude|codex|grok|gemini\n");
-    EXPECT_EQ(r.err.size(), 47u);
   }
 }
 
@@ -204,53 +199,24 @@ TEST(EndToEndApproveTest, SurvivesAnyInput) {
   }
 }
 
-// The real listener behind real hooks.
+// The real listener behind real hooks, answering each request with `decide`.
 class ListenerApp {
  public:
   explicit ListenerApp(std::string path) {
     ApprovalListener::Handler h;
-    h.requested = [this](ApprovalListener::Id id, const ApproveWire::Request& r,
+    h.requested = [this](ApprovalListener::Id, const ApproveWire::Request& r,
                          ApprovalListener::Reply reply) {
       if (decide) reply.send(decide(r));
-      std::lock_guard lock(mutex_);
-      ids_.push_back(id);
-      changed_.notify_all();
-    };
-    h.withdrawn = [this](ApprovalListener::Id id) {
-      std::lock_guard lock(mutex_);
-      withdrawn_.push_back(id);
-      changed_.notify_all();
     };
     auto l = ApprovalListener::start({std::move(path)}, std::move(h));
     EXPECT_OK(l);
     if (l) listener_ = std::move(*l);
   }
-  bool waitFor(size_t requests, size_t withdrawals) {
-    std::unique_lock lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(20), [&] {
-      return ids_.size() >= requests && withdrawn_.size() >= withdrawals;
-    });
-  }
   std::function<Decision(const ApproveWire::Request&)> decide;
 
  private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<ApprovalListener::Id> ids_, withdrawn_;
   std::unique_ptr<ApprovalListener> listener_;
 };
-
-TEST(EndToEndApproveTest, AKilledHookReachesTheAppAsWithdrawn) {
-  test::TempDir dir;
-  ListenerApp app(dir.file("a.sock"));
-  auto hook = test::Child::start(
-      {QUIBLY_APPROVE_BIN, "claude"},
-      hookOptions(dir.file("a.sock"), sample("claude-PermissionRequest-Bash.json")));
-  ASSERT_TRUE(app.waitFor(1, 0));
-  hook.kill(SIGTERM);
-  EXPECT_TRUE(app.waitFor(1, 1));
-  EXPECT_EQ(hook.wait().out, "");
-}
 
 TEST(EndToEndApproveTest, OneListenerAnswersAHundredHooksAtOnce) {
   test::TempDir dir;

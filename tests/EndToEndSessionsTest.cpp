@@ -43,10 +43,9 @@ TEST_F(EndToEndSessionsTest, ShowsTheSampleSessions) {
   // Five sessions; the subagent's own transcript is not a session.
   EXPECT_EQ(std::count(result.out.begin(), result.out.end(), '\n'), 6);
   EXPECT_EQ(result.err, "");
-}
 
-TEST_F(EndToEndSessionsTest, JsonPrintsOneEntryALine) {
-  auto result = quibly({"sessions", "--all", "--json"});
+  // The same sessions as JSON, one entry a line.
+  result = quibly({"sessions", "--all", "--json"});
   ASSERT_EQ(result.exitCode, 0) << result.err;
   std::istringstream lines(result.out);
   int count = 0;

