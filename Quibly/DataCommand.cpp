@@ -7,9 +7,7 @@
 #include <fmt/format.h>
 
 #include <chrono>
-#include <climits>
 #include <cmath>
-#include <cstdlib>
 #include <ostream>
 
 #include "Clock.h"
@@ -17,6 +15,7 @@
 #include "DataFiles.h"
 #include "DataLocations.h"
 #include "Files.h"
+#include "Output.h"
 #include "StoreMigrations.h"
 #include "VobboStore.h"
 
@@ -37,12 +36,6 @@ constexpr std::string_view kSecretVariables[] = {"ANTHROPIC_API_KEY", "HOME_ASSI
 bool isSet(const Platform::Env& env, std::string_view name) {
   auto value = env(name);
   return value && !value->empty();
-}
-
-std::string absolute(const std::string& path) {
-  char buffer[PATH_MAX];
-  if (::realpath(path.c_str(), buffer)) return buffer;
-  return path;
 }
 
 std::vector<DataLocations::ReadFact> transcriptFolders(const std::string& home) {
@@ -97,10 +90,6 @@ std::optional<std::string> damagedStore(const std::string& file) {
          "Repair or remove it, then try again.";
 }
 
-void printPretty(std::ostream& out, const JSONValue& json) {
-  out << json.encode(JSONValue::Format::pretty) << "\n";
-}
-
 int showLocations(Io& io, Output output) {
   const Facts facts = gatherFacts(io.env);
   const std::vector<DataLocations::Row> rows = DataLocations::dataRows(facts, Clock::now());
@@ -149,7 +138,7 @@ int exportData(Io& io, const std::string& folder, Output output) {
   const double now = Clock::now();
   const JSONValue payload =
       DataLocations::exportPayload(StoreMigrations::version(document), isoText(now), document);
-  auto exported = DataFiles::writeExport(absolute(folder),
+  auto exported = DataFiles::writeExport(absolutePath(folder),
                                          DataLocations::exportFileName(now, localZone()), payload);
   if (!exported.ok()) {
     io.err << exported.error() << "\n";
@@ -167,7 +156,7 @@ int moveData(Io& io, const std::string& folder, Output output) {
   const std::string dataDir = VobboStore::defaultDir(io.env);
   const std::string fileName(VobboStore::kFileName);
   DataFiles::MoveResult result = DataFiles::check(folder, dataDir, fileName);
-  const std::string target = folder.empty() ? folder : absolute(folder);
+  const std::string target = folder.empty() ? folder : absolutePath(folder);
   if (result.ok && Files::exists(dataDir + "/" + fileName)) {
     result = DataFiles::moveStore(dataDir + "/" + fileName, target + "/" + fileName);
   }

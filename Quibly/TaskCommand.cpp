@@ -13,6 +13,7 @@
 #include "Commands.h"
 #include "DueWords.h"
 #include "JSRegex.h"
+#include "Output.h"
 #include "TaskParse.h"
 #include "Text.h"
 
@@ -156,16 +157,6 @@ std::string dueWords(const vobbo::TaskDue& due, const TaskParse::Now& now) {
   return fmt::format("{} ({})", words, vobbo::DueWords::fullText(shown, now.zone));
 }
 
-// "home", "home and work", "home, work and q3".
-std::string listWords(const std::vector<std::string>& items) {
-  std::string out;
-  for (size_t i = 0; i < items.size(); ++i) {
-    if (i > 0) out += i + 1 == items.size() ? " and " : ", ";
-    out += items[i];
-  }
-  return out;
-}
-
 void explain(std::ostream& out, std::string_view text, const ParsedTask& task,
              const TaskParse::Now& now) {
   out << vobbo::Text::sanitizeUTF8(marked(text, task)) << "\n";
@@ -185,7 +176,7 @@ void explain(std::ostream& out, std::string_view text, const ParsedTask& task,
     out << "It has no tags.\n";
   } else {
     out << fmt::format("{} {}.\n", task.tags.size() == 1 ? "Its tag is" : "Its tags are",
-                       listWords(task.tags));
+                       joinWords(task.tags, "and"));
   }
   out << (task.priority ? fmt::format("Its priority is {}.\n", priorityWords(*task.priority))
                         : "It has no priority.\n");
@@ -195,7 +186,7 @@ std::string summaryLine(std::string_view text, const ParsedTask& task, const Tas
   std::string line = fmt::format("{} -> \"{}\"", marked(text, task), task.title);
   if (task.due) line += "; due " + dueWords(*task.due, now);
   if (task.repeat) line += "; repeats " + repeatWords(*task.repeat);
-  if (!task.tags.empty()) line += "; tags " + listWords(task.tags);
+  if (!task.tags.empty()) line += "; tags " + joinWords(task.tags, "and");
   if (task.priority) line += fmt::format("; priority {}", priorityWords(*task.priority));
   return line + ".";
 }

@@ -5,21 +5,12 @@
 
 #include "Commands.h"
 #include "Format.h"
+#include "Output.h"
 #include "TranscriptIndex.h"
 
 namespace quibly {
 
 namespace {
-
-std::string agentChoices() {
-  std::string out;
-  auto cases = vobbo::allCases<vobbo::AgentKind>();
-  for (size_t i = 0; i < cases.size(); ++i) {
-    if (i > 0) out += i + 1 == cases.size() ? " or " : ", ";
-    out += vobbo::rawValue(cases[i]);
-  }
-  return out;
-}
 
 int runTranscript(const std::string& path, const std::string& agentName, Io& io) {
   std::optional<vobbo::AgentKind> agent;
@@ -27,14 +18,14 @@ int runTranscript(const std::string& path, const std::string& agentName, Io& io)
     agent = vobbo::fromRaw<vobbo::AgentKind>(agentName);
     if (!agent) {
       io.err << fmt::format("There is no agent called \"{}\". Name one of {}.\n", agentName,
-                            agentChoices());
+                            choiceWords<vobbo::AgentKind>());
       return 2;
     }
   } else {
     agent = vobbo::TranscriptIndex::agentOf(path);
     if (!agent) {
       io.err << fmt::format("Quibly cannot tell which agent wrote {}. Name it with --agent ({}).\n",
-                            path, agentChoices());
+                            path, choiceWords<vobbo::AgentKind>());
       return 2;
     }
   }
@@ -54,7 +45,7 @@ void addTranscriptCommand(CLI::App& command, Io& io, int& status) {
   auto agent = std::make_shared<std::string>();
   command.add_option("file", *path, "The transcript file to read")->required();
   command.add_option("--agent", *agent,
-                     "The agent that wrote it: " + agentChoices() + " (guessed from the path)");
+                     "The agent that wrote it: " + choiceWords<vobbo::AgentKind>() + " (guessed from the path)");
   command.callback([path, agent, &io, &status] { status = runTranscript(*path, *agent, io); });
 }
 
