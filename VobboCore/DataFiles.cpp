@@ -59,7 +59,13 @@ MoveResult check(std::string_view target, std::string_view currentDir,
   if (::access(folder.c_str(), W_OK | X_OK) != 0) {
     return refuse("Quibly cannot write there. Check the folder’s permissions.");
   }
-  if (canonical(folder) == canonical(currentDir)) return refuse("Quibly’s data is already there.");
+  const std::string resolved = canonical(folder);
+  const std::string current = canonical(currentDir);
+  if (resolved == current) return refuse("Quibly’s data is already there.");
+  if (resolved.starts_with(current + "/")) {
+    return refuse("That folder is inside Quibly’s data folder, " + current +
+                  ". Choose a folder outside it.");
+  }
   const std::string name(storeFileName);
   if (Files::exists(folder + "/" + name)) {
     return refuse("That folder already has a " + name +
@@ -79,7 +85,9 @@ MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
   auto original = Files::read(fromFile);
   if (!original.ok()) return copyFailed(reasonFrom(original.error()));
   if (!original->has_value()) return copyFailed("there is no store file at " + fromFile);
-  if (auto wrote = Files::writeAtomically(toFile, **original); !wrote.ok()) {
+  struct stat st;
+  const mode_t mode = ::stat(fromFile.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0600;
+  if (auto wrote = Files::writeAtomically(toFile, **original, mode); !wrote.ok()) {
     return copyFailed(reasonFrom(wrote.error()));
   }
   auto copy = Files::read(toFile);
@@ -87,11 +95,8 @@ MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
     ::unlink(toFile.c_str());
     return copyFailed("the copy did not match");
   }
-  if (::unlink(fromFile.c_str()) != 0) {
-    return MoveResult{true, "Copied Quibly’s data to " + Files::parentOf(toFile) +
-                                ". The old copy at " + fromFile + " could not be removed."};
-  }
-  return MoveResult{true, "Moved Quibly’s data to " + Files::parentOf(toFile) + "."};
+  return MoveResult{true, "Copied Quibly’s data to " + Files::parentOf(toFile) +
+                              " and checked the copy byte for byte."};
 }
 
 Result<Exported> writeExport(const std::string& folder, std::string_view fileName,
