@@ -210,32 +210,24 @@ int moveData(Io& io, const std::string& folder, Output output) {
   return report(io, output, true, message, std::move(fields));
 }
 
-// "version 7", or for a storeVersion no Quibly ever wrote, a clause saying so.
-std::string versionWords(const JSONObject& document) {
-  const JSONValue* stored = document.find("storeVersion");
-  const double* number = stored ? stored->number() : nullptr;
-  if (number && (*number < 0 || *number > kLargestVersion)) {
-    return fmt::format("storeVersion {}, which is not a version number", *number);
-  }
-  return fmt::format("version {}", StoreMigrations::version(document));
-}
-
-// A store from a newer Quibly, or with a version no Quibly wrote, is left as it
+// A store from a newer Quibly, or with a storeVersion no Quibly ever wrote
+// (1e300 would otherwise print as a huge clamped integer), is left as it
 // stands: this build's migrations do not know what it holds.
 int reportNewer(Io& io, Output output, const std::string& file, const JSONObject& document) {
-  const std::string words = versionWords(document);
-  const bool sane = words.starts_with("version ");
-  const std::string message =
-      sane ? fmt::format(
-                 "The store at {} was written by a newer Quibly ({}; this one knows versions up "
-                 "to {}), so it was left as it is.",
-                 file, words, StoreMigrations::latest())
-           : fmt::format(
-                 "The store at {} has {}, so it was left as it is. Repair it, then try "
-                 "again.",
-                 file, words);
   const JSONValue* stored = document.find("storeVersion");
-  return report(io, output, sane, message,
+  const double* number = stored ? stored->number() : nullptr;
+  const bool versionNumber = number && *number >= 0 && *number <= kLargestVersion;
+  const std::string message =
+      versionNumber
+          ? fmt::format(
+                "The store at {} was written by a newer Quibly (version {}; this one knows "
+                "versions up to {}), so it was left as it is.",
+                file, StoreMigrations::version(document), StoreMigrations::latest())
+          : fmt::format(
+                "The store at {} has storeVersion {}, which is not a version number, so it was "
+                "left as it is. Repair it, then try again.",
+                file, number ? *number : 0.0);
+  return report(io, output, versionNumber, message,
                 JSONObject{{"applied", JSONValue::Array{}},
                            {"storeVersion", stored ? *stored : JSONValue()},
                            {"saved", true}});
