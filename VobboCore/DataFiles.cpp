@@ -35,6 +35,13 @@ std::string reasonFrom(std::string sentence) {
   return sentence;
 }
 
+// Whether anything, even a link to nowhere, already has the name: a copy
+// written through such a link would land outside the chosen folder.
+bool taken(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
 MoveResult copyFailed(std::string_view reason) {
   return refuse("Could not copy the data: " + std::string(reason) + ". Nothing moved.");
 }
@@ -67,7 +74,7 @@ MoveResult check(std::string_view target, std::string_view currentDir,
                   ". Choose a folder outside it.");
   }
   const std::string name(storeFileName);
-  if (Files::exists(folder + "/" + name)) {
+  if (taken(folder + "/" + name)) {
     return refuse("That folder already has a " + name +
                   ". Choose an empty folder so nothing is overwritten.");
   }
@@ -78,7 +85,7 @@ MoveResult check(std::string_view target, std::string_view currentDir,
 }
 
 MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
-  if (Files::exists(toFile)) {
+  if (taken(toFile)) {
     return refuse("That folder already has a " + Files::lastComponent(toFile) +
                   ". Choose an empty folder so nothing is overwritten.");
   }

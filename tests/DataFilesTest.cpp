@@ -26,6 +26,8 @@ TEST(DataFilesTest, CheckRefusesInOrderAndCopiesNothing) {
   ASSERT_OK(Files::createDirectories(current + "/backups"));
   ASSERT_OK(Files::createDirectories(tmp.file("current2")));  // a sibling, not inside
   std::filesystem::create_directory_symlink(current, tmp.file("link"));
+  ASSERT_OK(Files::createDirectories(tmp.file("dangling")));
+  std::filesystem::create_symlink(tmp.file("elsewhere"), tmp.file("dangling/vobbo-store.json"));
 
   const struct {
     std::string target;
@@ -46,6 +48,10 @@ TEST(DataFilesTest, CheckRefusesInOrderAndCopiesNothing) {
                    ". Choose a folder outside it."}},
       {tmp.file("current2"), {true, "Quibly can move its data there."}},
       {tmp.file("taken"),
+       {false,
+        "That folder already has a vobbo-store.json. Choose an empty folder so nothing is "
+        "overwritten."}},
+      {tmp.file("dangling"),
        {false,
         "That folder already has a vobbo-store.json. Choose an empty folder so nothing is "
         "overwritten."}},
