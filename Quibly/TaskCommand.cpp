@@ -240,7 +240,7 @@ int runTask(const TaskOptions& options, Io& io) {
     std::string text = fmt::format("{}", fmt::join(options.words, " "));
     ParsedTask task = TaskParse::parse(text, now);
     if (options.json) {
-      io.out << vobbo::toJSON(task).encode(vobbo::JSONValue::Format::pretty) << "\n";
+      printPretty(io.out, vobbo::toJSON(task));
     } else {
       explain(io.out, text, task, now);
     }

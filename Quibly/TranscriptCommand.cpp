@@ -64,7 +64,7 @@ int runTranscript(const std::string& path, const std::string& agentName, Io& io)
     io.err << state.error() << "\n";
     return 1;
   }
-  io.out << vobbo::toJSON(*state).encode(vobbo::JSONValue::Format::pretty) << "\n";
+  printPretty(io.out, vobbo::toJSON(*state));
   return 0;
 }
 
