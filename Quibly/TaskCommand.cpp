@@ -72,9 +72,10 @@ struct NowText {
 };
 
 std::optional<NowText> readNow(std::string_view text) {
-  static const vobbo::JSRegex kNow(
-      R"(^(\d{4})-(\d{2})-(\d{2})(?:[Tt ](\d{2}):(\d{2})(?::(\d{2})(?:[.,]\d+)?)?)"
-      R"(\s*(?:([zZ])|([+-])(\d{2}):?(\d{2})?)?)?$)");
+  static const vobbo::JSRegex kNow(R"(^([0-9]{4})-([0-9]{2})-([0-9]{2}))"
+                                   R"((?:[Tt ]([0-9]{2}):([0-9]{2})(?::([0-9]{2})(?:[.,][0-9]+)?)?)"
+                                   R"(\s*(?:([zZ])|([+-])([0-9]{2}):?([0-9]{2})?)?)?$)");
+  // [0-9], not \d: digits of other scripts would not convert below.
   std::optional<vobbo::JSRegex::Match> m = kNow.firstMatch(text);
   if (!m) return std::nullopt;
   auto number = [&](size_t group) {

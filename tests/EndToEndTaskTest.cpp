@@ -114,7 +114,8 @@ TEST(EndToEndTaskTest, RefusesANowOutsideThePlannableYears) {
                               "between them.\n");
     EXPECT_EQ(result.out, "");
   }
-  for (std::string now : {"2026-02-30", "2026-11-21T24:00", "2026-11-21T10:00+05:77"}) {
+  for (std::string now :
+       {"2026-02-30", "2026-11-21T24:00", "2026-11-21T10:00+05:77", "\u0662026-11-21"}) {
     SCOPED_TRACE(now);
     EXPECT_EQ(runProcess({QUIBLY_BIN, "task", "--now", now, "x"}).exitCode, 2);
   }
