@@ -5,11 +5,10 @@
 
 #include <date/tz.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <chrono>
-#include <climits>
 #include <cmath>
-#include <cstdlib>
 #include <ostream>
 
 #include "Clock.h"
@@ -17,6 +16,7 @@
 #include "DataFiles.h"
 #include "DataLocations.h"
 #include "Files.h"
+#include "Output.h"
 #include "StoreMigrations.h"
 #include "VobboStore.h"
 
@@ -29,6 +29,10 @@ using DataLocations::Facts;
 
 enum class Output { text, json };
 
+// Far above any version this table will reach, far below where a double stops
+// holding whole numbers.
+constexpr double kLargestVersion = 1e6;
+
 // Environment variables that hold keys or tokens; only whether they are set is read.
 constexpr std::string_view kSecretVariables[] = {"ANTHROPIC_API_KEY", "HOME_ASSISTANT_TOKEN",
                                                  "VOBBO_GOOGLE_CLIENT_SECRET",
@@ -39,18 +43,12 @@ bool isSet(const Platform::Env& env, std::string_view name) {
   return value && !value->empty();
 }
 
-std::string absolute(const std::string& path) {
-  char buffer[PATH_MAX];
-  if (::realpath(path.c_str(), buffer)) return buffer;
-  return path;
-}
-
 std::vector<DataLocations::ReadFact> transcriptFolders(const std::string& home) {
   const std::pair<std::string_view, std::string_view> places[] = {
       {"Claude Code transcripts", "/.claude/projects"},
       {"Codex sessions", "/.codex/sessions"},
       {"Gemini CLI sessions", "/.gemini/tmp"},
-      {"Grok CLI sessions", "/.grok"},
+      {"Grok CLI sessions", "/.grok/sessions"},
   };
   std::vector<DataLocations::ReadFact> reads;
   for (const auto& [label, relative] : places) {
@@ -97,10 +95,6 @@ std::optional<std::string> damagedStore(const std::string& file) {
          "Repair or remove it, then try again.";
 }
 
-void printPretty(std::ostream& out, const JSONValue& json) {
-  out << json.encode(JSONValue::Format::pretty) << "\n";
-}
-
 int showLocations(Io& io, Output output) {
   const Facts facts = gatherFacts(io.env);
   const std::vector<DataLocations::Row> rows = DataLocations::dataRows(facts, Clock::now());
@@ -139,77 +133,141 @@ const date::time_zone& localZone() {
   }
 }
 
+// Prints the outcome: a sentence (on `err` when it failed), or with --json one
+// document holding ok, the message and the command's own fields.
+int report(Io& io, Output output, bool ok, const std::string& message, JSONObject fields = {}) {
+  if (output == Output::json) {
+    fields.set("ok", ok);
+    fields.set("message", message);
+    printPretty(io.out, fields);
+  } else {
+    (ok ? io.out : io.err) << message << "\n";
+  }
+  return ok ? 0 : 1;
+}
+
+// Whether the document holds anything of the person's: a store with only its
+// version holds no tasks, notes or settings.
+bool holdsData(const JSONObject& document) {
+  for (const auto& [key, value] : document) {
+    if (key != "storeVersion") return true;
+  }
+  return false;
+}
+
 int exportData(Io& io, const std::string& folder, Output output) {
   VobboStore store(VobboStore::defaultDir(io.env));
-  if (auto damaged = damagedStore(store.file())) {
-    io.err << *damaged << "\n";
-    return 1;
-  }
+  if (auto damaged = damagedStore(store.file())) return report(io, output, false, *damaged);
   const JSONObject document = store.read();
   const double now = Clock::now();
   const JSONValue payload =
       DataLocations::exportPayload(StoreMigrations::version(document), isoText(now), document);
-  auto exported = DataFiles::writeExport(absolute(folder),
+  auto exported = DataFiles::writeExport(absolutePath(folder),
                                          DataLocations::exportFileName(now, localZone()), payload);
-  if (!exported.ok()) {
-    io.err << exported.error() << "\n";
-    return 1;
+  if (!exported.ok()) return report(io, output, false, exported.error());
+  std::string message = exported->message;
+  if (!holdsData(document)) {
+    message += fmt::format(
+        " Nothing was saved yet in {}, so the export holds no tasks, notes or settings.",
+        store.dir());
   }
-  if (output == Output::json) {
-    printPretty(io.out, JSONObject{{"path", exported->path}, {"message", exported->message}});
-  } else {
-    io.out << exported->message << "\n";
-  }
-  return 0;
+  return report(io, output, true, message,
+                JSONObject{{"path", exported->path}, {"empty", !holdsData(document)}});
+}
+
+// The check's sentence, with the folder named when the sentence does not name
+// it already, so the person sees which path was meant.
+std::string refusal(const std::string& message, const std::string& target) {
+  if (target.empty() || message.find(target) != std::string::npos) return message;
+  return fmt::format("{} You named {}.", message, target);
 }
 
 int moveData(Io& io, const std::string& folder, Output output) {
   const std::string dataDir = VobboStore::defaultDir(io.env);
   const std::string fileName(VobboStore::kFileName);
+  const std::string oldFile = dataDir + "/" + fileName;
+  const std::string target = folder.empty() ? folder : absolutePath(folder);
   DataFiles::MoveResult result = DataFiles::check(folder, dataDir, fileName);
-  const std::string target = folder.empty() ? folder : absolute(folder);
-  if (result.ok && Files::exists(dataDir + "/" + fileName)) {
-    result = DataFiles::moveStore(dataDir + "/" + fileName, target + "/" + fileName);
+  const bool copying = result.ok && Files::exists(oldFile);
+  if (copying) result = DataFiles::moveStore(oldFile, target + "/" + fileName);
+  if (!result.ok) {
+    if (output == Output::json) {
+      return report(io, output, false, result.message, JSONObject{{"folder", target}});
+    }
+    return report(io, output, false, refusal(result.message, target));
   }
-  std::string hint;
-  if (result.ok) hint = fmt::format("Set VOBBO_DATA_DIR={} so Quibly uses that folder.", target);
-  if (output == Output::json) {
-    JSONObject out{{"ok", result.ok}, {"message", result.message}};
-    if (result.ok) out.set("dataDir", target);
-    printPretty(io.out, out);
-  } else if (result.ok) {
-    io.out << result.message << "\n" << hint << "\n";
-  } else {
-    io.err << result.message << "\n";
+  // One sentence a line for the person; one message for scripts.
+  std::vector<std::string> sentences{
+      result.message,
+      fmt::format("Quibly keeps using {} until you set VOBBO_DATA_DIR={}.", dataDir, target)};
+  JSONObject fields{{"dataDir", target}};
+  if (copying) {
+    sentences.push_back(fmt::format("The old file stays at {} until you remove it.", oldFile));
+    fields.set("oldFile", oldFile);
   }
-  return result.ok ? 0 : 1;
+  const std::string message =
+      fmt::format("{}", fmt::join(sentences, output == Output::json ? " " : "\n"));
+  return report(io, output, true, message, std::move(fields));
+}
+
+// A store from a newer Quibly, or with a storeVersion no Quibly ever wrote
+// (1e300 would otherwise print as a huge clamped integer), is left as it
+// stands: this build's migrations do not know what it holds.
+int reportNewer(Io& io, Output output, const std::string& file, const JSONObject& document) {
+  const JSONValue* stored = document.find("storeVersion");
+  const double* number = stored ? stored->number() : nullptr;
+  const bool versionNumber = number && *number >= 0 && *number <= kLargestVersion;
+  const std::string message =
+      versionNumber
+          ? fmt::format(
+                "The store at {} was written by a newer Quibly (version {}; this one knows "
+                "versions up to {}), so it was left as it is.",
+                file, StoreMigrations::version(document), StoreMigrations::latest())
+          : fmt::format(
+                "The store at {} has storeVersion {}, which is not a version number, so it was "
+                "left as it is. Repair it, then try again.",
+                file, number ? *number : 0.0);
+  return report(io, output, versionNumber, message,
+                JSONObject{{"applied", JSONValue::Array{}},
+                           {"storeVersion", stored ? *stored : JSONValue()},
+                           {"saved", true}});
 }
 
 int migrateData(Io& io, Output output) {
   VobboStore store(VobboStore::defaultDir(io.env));
-  if (auto damaged = damagedStore(store.file())) {
-    io.err << *damaged << "\n";
-    return 1;
+  if (!Files::exists(store.file())) {
+    return report(
+        io, output, true,
+        fmt::format("There is no store at {} yet, so there is nothing to migrate.", store.file()),
+        JSONObject{{"applied", JSONValue::Array{}}, {"saved", true}});
   }
+  if (auto damaged = damagedStore(store.file())) return report(io, output, false, *damaged);
+  const JSONObject before = store.read();
+  const int64_t found = StoreMigrations::version(before);
+  if (found > StoreMigrations::latest()) return reportNewer(io, output, store.file(), before);
   const std::vector<std::string> applied = StoreMigrations::run(store);
   // The store never reports a failed save, so read back what reached the disk.
   const int64_t onDisk = StoreMigrations::version(VobboStore(store.dir()).read());
   const bool saved = applied.empty() || onDisk == StoreMigrations::latest();
-  if (output == Output::json) {
-    JSONValue::Array names(applied.begin(), applied.end());
-    printPretty(io.out, JSONObject{{"applied", names}, {"storeVersion", onDisk}, {"saved", saved}});
-  } else if (!saved) {
-    io.err << "Could not save the migrated store to " << store.file() << ".\n";
-  } else if (applied.empty()) {
-    io.out << fmt::format("The store is up to date (version {}).\n", onDisk);
-  } else {
-    io.out << fmt::format(
-        "Applied {} to {}:\n",
-        applied.size() == 1 ? "1 migration" : fmt::format("{} migrations", applied.size()),
-        store.file());
-    for (const auto& name : applied) io.out << "  " << name << "\n";
+  JSONObject fields{{"applied", JSONValue::Array(applied.begin(), applied.end())},
+                    {"storeVersion", onDisk},
+                    {"saved", saved}};
+  if (!saved) {
+    return report(io, output, false,
+                  fmt::format("Could not save the migrated store to {}.", store.file()),
+                  std::move(fields));
   }
-  return saved ? 0 : 1;
+  if (applied.empty()) {
+    return report(io, output, true,
+                  fmt::format("The store at {} is up to date (version {}).", store.file(), onDisk),
+                  std::move(fields));
+  }
+  std::string message = fmt::format(
+      "Applied {} to {}:",
+      applied.size() == 1 ? "1 migration" : fmt::format("{} migrations", applied.size()),
+      store.file());
+  for (const auto& name : applied) message += "\n  " + name;
+  return report(io, output, true, message, std::move(fields));
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -22,6 +21,7 @@
 #include "HookConfig.h"
 #include "HookInstaller.h"
 #include "JSONCodec.h"
+#include "Output.h"
 
 namespace quibly {
 
@@ -89,17 +89,6 @@ constexpr std::string_view kBackupNote =
     "The backup is refreshed at every change, so it holds the file just before Quibly's latest "
     "edit.";
 
-// "claude, codex, grok or gemini"
-std::string agentWords() {
-  constexpr auto kAgents = vobbo::allCases<Agent>();
-  std::string out;
-  for (size_t i = 0; i < kAgents.size(); ++i) {
-    if (i > 0) out += i + 1 == kAgents.size() ? " or " : ", ";
-    out += vobbo::rawValue(kAgents[i]);
-  }
-  return out;
-}
-
 // The targets named with --agent, in the table's order; all four when none is
 // named. Fails on a word that names no agent.
 Result<std::vector<Target>> chosenTargets(const std::vector<std::string>& words,
@@ -108,7 +97,7 @@ Result<std::vector<Target>> chosenTargets(const std::vector<std::string>& words,
   for (const std::string& word : words) {
     if (!vobbo::fromRaw<Agent>(word)) {
       return vobbo::failure(
-          fmt::format("There is no agent called \"{}\": name {}.", word, agentWords()));
+          fmt::format("There is no agent called \"{}\": name {}.", word, choiceWords<Agent>()));
     }
   }
   for (const Target& target : Target::all(home)) {
@@ -119,19 +108,13 @@ Result<std::vector<Target>> chosenTargets(const std::vector<std::string>& words,
   return out;
 }
 
-std::string absolute(const std::string& path) {
-  std::error_code ec;
-  std::filesystem::path full = std::filesystem::absolute(path, ec);
-  return ec ? path : full.lexically_normal().string();
-}
-
 // The helper the agents will run: --helper made absolute (agents start hooks
 // from any folder), else the quibly-approve installed beside this quibly. Links
 // are kept as given, so a helper reached through a stable link survives upgrades.
 Result<std::string> helperPath(const Options& options, const Io& io) {
   const bool given = !options.helper.empty();
   const std::string path =
-      given ? absolute(options.helper)
+      given ? absolutePath(options.helper)
             : vobbo::Files::parentOf(io.selfPath) + "/" + std::string(HookConfig::kHelperName);
   if (given &&
       vobbo::Files::lastComponent(path).find(HookConfig::kHelperName) == std::string::npos) {
@@ -215,10 +198,6 @@ ChangeRow apply(const Target& target, Operation operation, const std::string& he
   if (change->action != HookInstaller::Action::unchanged)
     row.note = noteFor(target.agent, operation);
   return row;
-}
-
-void printPretty(std::ostream& out, const vobbo::JSONValue& json) {
-  out << json.encode(vobbo::JSONValue::Format::pretty) << "\n";
 }
 
 int runChange(Io& io, const Options& options, Operation operation) {

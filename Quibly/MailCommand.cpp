@@ -17,6 +17,7 @@
 #include "Eml.h"
 #include "Files.h"
 #include "Format.h"
+#include "Output.h"
 #include "Text.h"
 #include "Triage.h"
 
@@ -127,7 +128,7 @@ void printRows(const std::vector<TriagedMessage>& rows, std::ostream& out) {
 }
 
 void printJSON(const std::vector<TriagedMessage>& rows, std::ostream& out) {
-  out << vobbo::toJSON(rows).encode(vobbo::JSONValue::Format::pretty) << "\n";
+  printPretty(out, vobbo::toJSON(rows));
 }
 
 int runTriage(const TriageOptions& options, Io& io) {

@@ -1,7 +1,8 @@
 // `quibly task`: parses typed tasks the way the app's entry field does and shows
 // what was understood. With TEXT it explains one task in sentences; without, it
-// reads one task per line from standard input and prints one result per line,
-// so scripts can parse many at once. --json prints the parsed records instead.
+// reads one task per line from standard input and prints one result per task
+// (blank lines are skipped), so scripts can parse many at once. --json prints the parsed records
+// instead.
 
 #include <date/tz.h>
 #include <fmt/format.h>
@@ -13,6 +14,7 @@
 #include "Commands.h"
 #include "DueWords.h"
 #include "JSRegex.h"
+#include "Output.h"
 #include "TaskParse.h"
 #include "Text.h"
 
@@ -61,26 +63,59 @@ Result<const date::time_zone*> zoneFor(const TaskOptions& options,
   return vobbo::failure("The time zone database could not be read, so dates cannot be worked out.");
 }
 
-// --now as ISO 8601; without a zone it is a wall time in the task's zone.
+// --now as people write ISO 8601: "2026-11-21", "2026-11-21T10:00",
+// "2026-11-21T10:00:30.5", each optionally followed by Z or an offset such as
+// +05:30. Without a zone it is a wall time in the task's zone.
+struct NowText {
+  date::local_seconds wall;
+  std::optional<std::chrono::minutes> offset;  // east of UTC
+};
+
+std::optional<NowText> readNow(std::string_view text) {
+  static const vobbo::JSRegex kNow(R"(^([0-9]{4})-([0-9]{2})-([0-9]{2}))"
+                                   R"((?:[Tt ]([0-9]{2}):([0-9]{2})(?::([0-9]{2})(?:[.,][0-9]+)?)?)"
+                                   R"(\s*(?:([zZ])|([+-])([0-9]{2}):?([0-9]{2})?)?)?$)");
+  // [0-9], not \d: digits of other scripts would not convert below.
+  std::optional<vobbo::JSRegex::Match> m = kNow.firstMatch(text);
+  if (!m) return std::nullopt;
+  auto number = [&](size_t group) {
+    return m->has(group) ? std::stoi(std::string(m->text(group))) : 0;
+  };
+  date::year_month_day day{date::year{number(1)}, date::month{static_cast<unsigned>(number(2))},
+                           date::day{static_cast<unsigned>(number(3))}};
+  if (!day.ok() || number(4) > 23 || number(5) > 59 || number(6) > 59) return std::nullopt;
+  NowText now{date::local_days{day} + std::chrono::hours{number(4)} +
+                  std::chrono::minutes{number(5)} + std::chrono::seconds{number(6)},
+              std::nullopt};
+  if (m->has(7)) now.offset = std::chrono::minutes{0};
+  if (m->has(8)) {
+    if (number(9) > 23 || number(10) > 59) return std::nullopt;
+    const int sign = m->text(8) == "-" ? -1 : 1;
+    now.offset = std::chrono::minutes{sign * (number(9) * 60 + number(10))};
+  }
+  return now;
+}
+
 Result<double> nowFor(const TaskOptions& options, const date::time_zone& zone) {
   if (options.now.empty()) return vobbo::TaskDue::fromMs(vobbo::Clock::now());
-  // A date alone is its midnight; a time without seconds is on the minute.
-  std::string text = options.now;
-  if (text.size() == 10) text += "T00:00:00";
-  if (text.size() == 16) text += ":00";
-  std::optional<double> ms = vobbo::Clock::parseISO(text);
-  if (!ms) {
+  std::optional<NowText> now = readNow(options.now);
+  if (!now) {
     return vobbo::failure(fmt::format(
-        "\"{}\" is not a time I can read. Write it like 2026-03-08T09:30:00, with Z or +01:00 at "
-        "the end for a zone other than the task's.",
+        "\"{}\" is not a time I can read. Write it like 2026-03-08 or 2026-03-08T09:30, with Z or "
+        "+01:00 at the end for a zone other than the task's.",
         options.now));
   }
-  static const vobbo::JSRegex kZoneSuffix(R"((?:[zZ]|[+-]\d{2}(?::?\d{2})?)$)");
-  if (kZoneSuffix.matches(std::string_view(text).substr(10))) return vobbo::TaskDue::fromMs(*ms);
-  auto wall =
-      date::local_seconds{std::chrono::seconds{static_cast<int64_t>(std::floor(*ms / 1000))}};
-  auto sys = zone.to_sys(wall, date::choose::earliest);
-  return vobbo::TaskDue::fromMs(static_cast<double>(sys.time_since_epoch().count()) * 1000.0);
+  date::sys_seconds at = now->offset
+                             ? date::sys_seconds{now->wall.time_since_epoch() - *now->offset}
+                             : zone.to_sys(now->wall, date::choose::earliest);
+  const double seconds = static_cast<double>(at.time_since_epoch().count());
+  const double moment = vobbo::TaskDue::fromMs(seconds * 1000.0);
+  if (!TaskParse::plannable(moment)) {
+    return vobbo::failure(fmt::format(
+        "--now {} is outside the years Quibly plans in ({} to {}). Give a time between them.",
+        options.now, TaskParse::kFirstYear, TaskParse::kLastYear));
+  }
+  return moment;
 }
 
 // The typed text with each recognised span in brackets.
@@ -156,16 +191,6 @@ std::string dueWords(const vobbo::TaskDue& due, const TaskParse::Now& now) {
   return fmt::format("{} ({})", words, vobbo::DueWords::fullText(shown, now.zone));
 }
 
-// "home", "home and work", "home, work and q3".
-std::string listWords(const std::vector<std::string>& items) {
-  std::string out;
-  for (size_t i = 0; i < items.size(); ++i) {
-    if (i > 0) out += i + 1 == items.size() ? " and " : ", ";
-    out += items[i];
-  }
-  return out;
-}
-
 void explain(std::ostream& out, std::string_view text, const ParsedTask& task,
              const TaskParse::Now& now) {
   out << vobbo::Text::sanitizeUTF8(marked(text, task)) << "\n";
@@ -185,7 +210,7 @@ void explain(std::ostream& out, std::string_view text, const ParsedTask& task,
     out << "It has no tags.\n";
   } else {
     out << fmt::format("{} {}.\n", task.tags.size() == 1 ? "Its tag is" : "Its tags are",
-                       listWords(task.tags));
+                       joinWords(task.tags, "and"));
   }
   out << (task.priority ? fmt::format("Its priority is {}.\n", priorityWords(*task.priority))
                         : "It has no priority.\n");
@@ -195,7 +220,7 @@ std::string summaryLine(std::string_view text, const ParsedTask& task, const Tas
   std::string line = fmt::format("{} -> \"{}\"", marked(text, task), task.title);
   if (task.due) line += "; due " + dueWords(*task.due, now);
   if (task.repeat) line += "; repeats " + repeatWords(*task.repeat);
-  if (!task.tags.empty()) line += "; tags " + listWords(task.tags);
+  if (!task.tags.empty()) line += "; tags " + joinWords(task.tags, "and");
   if (task.priority) line += fmt::format("; priority {}", priorityWords(*task.priority));
   return line + ".";
 }
@@ -216,7 +241,7 @@ int runTask(const TaskOptions& options, Io& io) {
     std::string text = fmt::format("{}", fmt::join(options.words, " "));
     ParsedTask task = TaskParse::parse(text, now);
     if (options.json) {
-      io.out << vobbo::toJSON(task).encode(vobbo::JSONValue::Format::pretty) << "\n";
+      printPretty(io.out, vobbo::toJSON(task));
     } else {
       explain(io.out, text, task, now);
     }
@@ -225,6 +250,9 @@ int runTask(const TaskOptions& options, Io& io) {
   std::string line;
   while (std::getline(io.in, line)) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
+    // A blank line holds no task; skipping it in both outputs keeps one
+    // result per task.
+    if (vobbo::Text::trim(line).empty()) continue;
     ParsedTask task = TaskParse::parse(line, now);
     io.out << (options.json ? vobbo::toJSON(task).encode()
                             : vobbo::Text::sanitizeUTF8(summaryLine(line, task, now)))

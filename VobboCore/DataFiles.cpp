@@ -35,6 +35,13 @@ std::string reasonFrom(std::string sentence) {
   return sentence;
 }
 
+// Whether anything, even a link to nowhere, already has the name: a copy
+// written through such a link would land outside the chosen folder.
+bool taken(const std::string& path) {
+  struct stat st;
+  return ::lstat(path.c_str(), &st) == 0;
+}
+
 MoveResult copyFailed(std::string_view reason) {
   return refuse("Could not copy the data: " + std::string(reason) + ". Nothing moved.");
 }
@@ -59,9 +66,15 @@ MoveResult check(std::string_view target, std::string_view currentDir,
   if (::access(folder.c_str(), W_OK | X_OK) != 0) {
     return refuse("Quibly cannot write there. Check the folder’s permissions.");
   }
-  if (canonical(folder) == canonical(currentDir)) return refuse("Quibly’s data is already there.");
+  const std::string resolved = canonical(folder);
+  const std::string current = canonical(currentDir);
+  if (resolved == current) return refuse("Quibly’s data is already there.");
+  if (resolved.starts_with(current + "/")) {
+    return refuse("That folder is inside Quibly’s data folder, " + current +
+                  ". Choose a folder outside it.");
+  }
   const std::string name(storeFileName);
-  if (Files::exists(folder + "/" + name)) {
+  if (taken(folder + "/" + name)) {
     return refuse("That folder already has a " + name +
                   ". Choose an empty folder so nothing is overwritten.");
   }
@@ -72,14 +85,16 @@ MoveResult check(std::string_view target, std::string_view currentDir,
 }
 
 MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
-  if (Files::exists(toFile)) {
+  if (taken(toFile)) {
     return refuse("That folder already has a " + Files::lastComponent(toFile) +
                   ". Choose an empty folder so nothing is overwritten.");
   }
   auto original = Files::read(fromFile);
   if (!original.ok()) return copyFailed(reasonFrom(original.error()));
   if (!original->has_value()) return copyFailed("there is no store file at " + fromFile);
-  if (auto wrote = Files::writeAtomically(toFile, **original); !wrote.ok()) {
+  struct stat st;
+  const mode_t mode = ::stat(fromFile.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0600;
+  if (auto wrote = Files::writeAtomically(toFile, **original, mode); !wrote.ok()) {
     return copyFailed(reasonFrom(wrote.error()));
   }
   auto copy = Files::read(toFile);
@@ -87,11 +102,8 @@ MoveResult moveStore(const std::string& fromFile, const std::string& toFile) {
     ::unlink(toFile.c_str());
     return copyFailed("the copy did not match");
   }
-  if (::unlink(fromFile.c_str()) != 0) {
-    return MoveResult{true, "Copied Quibly’s data to " + Files::parentOf(toFile) +
-                                ". The old copy at " + fromFile + " could not be removed."};
-  }
-  return MoveResult{true, "Moved Quibly’s data to " + Files::parentOf(toFile) + "."};
+  return MoveResult{true, "Copied Quibly’s data to " + Files::parentOf(toFile) +
+                              " and checked the copy byte for byte."};
 }
 
 Result<Exported> writeExport(const std::string& folder, std::string_view fileName,

@@ -2,8 +2,9 @@
 // The data folder's tools: moving the store to another folder, exporting the
 // document, erasing chosen keys, and file facts for the data page. A move never
 // overwrites anything and never loses anything: the store is copied, the copy
-// is read back and compared byte for byte, and only then is the original
-// removed.
+// is read back and compared byte for byte, and the original is left in place.
+// Whoever switches to the new folder (the app, or the person setting
+// VOBBO_DATA_DIR) removes the old file once the new folder is in use.
 
 #include <string>
 #include <string_view>
@@ -27,16 +28,16 @@ struct MoveResult {
 
 // May the data move to `target`? Checks, in this order, that a folder is
 // given, exists, is a folder, can be written, is not the current data folder
-// and holds no file named `storeFileName`. When the current folder has no
+// nor a folder inside it, and holds no file named `storeFileName`. When the current folder has no
 // store file yet, the answer is ok with "Nothing saved yet, so new data starts
 // there."; otherwise ok with "Quibly can move its data there.".
 MoveResult check(std::string_view target, std::string_view currentDir,
                  std::string_view storeFileName);
 
-// Copies the store file `fromFile` to `toFile` (which must not exist), reads the
-// copy back and compares it byte for byte, then removes the original. On any
-// failure the original stays, a partial copy is removed, and the message says
-// "Could not copy the data: <reason>. Nothing moved."
+// Copies the store file `fromFile` to `toFile` (which must not exist) with the
+// original's permissions, reads the copy back and compares it byte for byte.
+// The original always stays. On any failure a partial copy is removed and the
+// message says "Could not copy the data: <reason>. Nothing moved."
 MoveResult moveStore(const std::string& fromFile, const std::string& toFile);
 
 struct Exported {

@@ -509,10 +509,18 @@ void eachMatch(const JSRegex& re, std::string_view text, size_t from, Visit visi
   }
 }
 
+// Only tags and priorities can be read without a trustworthy now.
+bool needsNow(TaskToken::Kind kind) {
+  return kind == TaskToken::Kind::date || kind == TaskToken::Kind::time ||
+         kind == TaskToken::Kind::repeat;
+}
+
 std::vector<Claim> runRules(std::string_view text, const TaskParse::Now& now, TaskParse::Acc& acc) {
   std::vector<Claim> claims;
   ClaimedSpans claimed;
+  const bool nowPlannable = TaskParse::plannable(now.at);
   for (const TaskParse::Rule& rule : TaskParse::rules()) {
+    if (!nowPlannable && needsNow(rule.kind)) continue;
     size_t from = scanStart(text, rule.needs);
     if (from == std::string_view::npos) continue;
     eachMatch(rule.re, text, from, [&](const JSRegex::Match& m) {
@@ -673,6 +681,16 @@ constexpr int kDaysToSearch = 62;
 const std::vector<TaskParse::Rule>& TaskParse::rules() {
   static const std::vector<Rule> kRules = buildRules();
   return kRules;
+}
+
+bool TaskParse::plannable(double at) {
+  using date::year;
+  constexpr auto kFirst = date::sys_days{year{kFirstYear} / 1 / 1};
+  constexpr auto kAfterLast = date::sys_days{year{kLastYear + 1} / 1 / 1};
+  const double seconds = at + kReferenceEpochSeconds;
+  return std::isfinite(at) &&
+         seconds >= static_cast<double>(date::sys_seconds{kFirst}.time_since_epoch().count()) &&
+         seconds < static_cast<double>(date::sys_seconds{kAfterLast}.time_since_epoch().count());
 }
 
 ParsedTask TaskParse::parse(std::string_view text, const Now& now) {

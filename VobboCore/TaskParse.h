@@ -132,8 +132,17 @@ struct TaskParse {
   static constexpr int kReminderHour = 9;
 
   // Parses one typed line. Never fails; text that is empty, huge, not UTF-8 or
-  // full of out-of-range numbers simply yields fewer recognised parts.
+  // full of out-of-range numbers simply yields fewer recognised parts. When
+  // `now` falls outside the plannable years, no date, time or repeat is read
+  // (those words stay in the title), so no due moment is ever made up.
   static ParsedTask parse(std::string_view text, const Now& now);
+
+  // The years, in UTC, a `Now` may fall in. Every due moment parse() makes
+  // from such a now lies within the range the calendar arithmetic is exact in.
+  static constexpr int kFirstYear = 1970;
+  static constexpr int kLastYear = 2200;
+  // Whether a moment (seconds from the reference epoch) falls in those years.
+  static bool plannable(double at);
 
   // The rules in the order they are tried.
   static const std::vector<Rule>& rules();

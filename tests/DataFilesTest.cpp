@@ -20,7 +20,11 @@ TEST(DataFilesTest, CheckRefusesInOrderAndCopiesNothing) {
   test::writeFile(tmp.file("taken/vobbo-store.json"), "{\"theirs\":true}");
   test::writeFile(tmp.file("plain"), "a file");
   ASSERT_OK(Files::createDirectories(tmp.file("empty")));
+  ASSERT_OK(Files::createDirectories(current + "/backups"));
+  ASSERT_OK(Files::createDirectories(tmp.file("current2")));  // a sibling, not inside
   std::filesystem::create_directory_symlink(current, tmp.file("link"));
+  ASSERT_OK(Files::createDirectories(tmp.file("dangling")));
+  std::filesystem::create_symlink(tmp.file("elsewhere"), tmp.file("dangling/vobbo-store.json"));
 
   const struct {
     std::string target;
@@ -32,7 +36,19 @@ TEST(DataFilesTest, CheckRefusesInOrderAndCopiesNothing) {
       {current, {false, "Quibly’s data is already there."}},
       {current + "/", {false, "Quibly’s data is already there."}},
       {tmp.file("link"), {false, "Quibly’s data is already there."}},
+      // A copy inside the data folder would go wherever the folder goes.
+      {current + "/backups",
+       {false, "That folder is inside Quibly’s data folder, " + current +
+                   ". Choose a folder outside it."}},
+      {tmp.file("link/backups"),
+       {false, "That folder is inside Quibly’s data folder, " + current +
+                   ". Choose a folder outside it."}},
+      {tmp.file("current2"), {true, "Quibly can move its data there."}},
       {tmp.file("taken"),
+       {false,
+        "That folder already has a vobbo-store.json. Choose an empty folder so nothing is "
+        "overwritten."}},
+      {tmp.file("dangling"),
        {false,
         "That folder already has a vobbo-store.json. Choose an empty folder so nothing is "
         "overwritten."}},
@@ -55,6 +71,22 @@ TEST(DataFilesTest, CheckRefusesAFolderItCannotWrite) {
   if (!locked.ok()) GTEST_SKIP() << "cannot make a folder read-only here";
   EXPECT_EQ(DataFiles::check(tmp.file("locked"), tmp.file("current"), "vobbo-store.json"),
             (MoveResult{false, "Quibly cannot write there. Check the folder’s permissions."}));
+}
+
+TEST(DataFilesTest, MoveCopiesWithTheOriginalsPermissionsAndKeepsTheOriginal) {
+  TempDir tmp;
+  const std::string bytes = "{\n  \"notes\": [\"caf\u00e9\"]\n}\n";
+  test::writeFile(tmp.file("vobbo-store.json"), bytes);
+  ASSERT_EQ(::chmod(tmp.file("vobbo-store.json").c_str(), 0640), 0);
+  ASSERT_OK(Files::createDirectories(tmp.file("new")));
+  EXPECT_EQ(DataFiles::moveStore(tmp.file("vobbo-store.json"), tmp.file("new/vobbo-store.json")),
+            (MoveResult{true, "Copied Quibly’s data to " + tmp.file("new") +
+                                  " and checked the copy byte for byte."}));
+  EXPECT_EQ(test::readFile(tmp.file("new/vobbo-store.json")), bytes);
+  EXPECT_EQ(test::readFile(tmp.file("vobbo-store.json")), bytes);
+  struct stat st;
+  ASSERT_EQ(::stat(tmp.file("new/vobbo-store.json").c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0640u);
 }
 
 TEST(DataFilesTest, FailedMoveLeavesTheOriginalAndNoPartialCopy) {

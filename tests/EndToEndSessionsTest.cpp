@@ -97,6 +97,8 @@ TEST_F(EndToEndSessionsTest, TranscriptPrintsOneFilesState) {
   EXPECT_EQ(state->stringAt("model"), "gpt-5.1-codex");
   EXPECT_EQ(state->numberAt("tokens"), 264);
 
+  const std::string notes = home_.path() + "/notes.txt";
+  test::writeFile(notes, "not a transcript\n");
   const struct {
     std::vector<std::string> args;
     int exitCode;
@@ -106,13 +108,18 @@ TEST_F(EndToEndSessionsTest, TranscriptPrintsOneFilesState) {
        2,
        "There is no agent called \"copilot\". Name one of claude, codex, gemini, grok, cursor or "
        "aider.\n"},
-      {{"transcript", "/tmp/notes.txt"},
+      {{"transcript", notes},
        2,
-       "Quibly cannot tell which agent wrote /tmp/notes.txt. Name it with --agent (claude, codex, "
-       "gemini, grok, cursor or aider).\n"},
-      {{"transcript", "/nowhere/x.jsonl"},
+       "Quibly cannot tell which agent wrote " + notes +
+           ". Name it with --agent (claude, codex, gemini, grok, cursor or aider).\n"},
+      // Whether the file can be read is said before any guess from its name.
+      {{"transcript", "/nowhere/notes.txt"},
        1,
-       "Quibly could not read /nowhere/x.jsonl: No such file or directory.\n"},
+       "Quibly could not read /nowhere/notes.txt: No such file or directory.\n"},
+      {{"transcript", home_.path()},
+       1,
+       "Quibly could not read " + home_.path() +
+           ": it is a folder. Name one transcript file in it.\n"},
   };
   for (const auto& f : failures) {
     SCOPED_TRACE(f.args[1]);

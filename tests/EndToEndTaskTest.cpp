@@ -44,19 +44,19 @@ TEST(EndToEndTaskTest, PrintsTheParsedTaskAsJSON) {
 
 TEST(EndToEndTaskTest, ReadsOneTaskPerLineFromStandardInput) {
   test::ProcessOptions options;
-  options.input = "call at 13pm\r\nstandup every weekday at 9:15\n\n\xff tea\n";
+  options.input = "call at 13pm\r\n\n  \nstandup every weekday at 9:15\n\n\xff tea\n";
   auto lines = runProcess(task({}), options);
   EXPECT_EQ(lines.exitCode, 0) << lines.err;
   EXPECT_EQ(lines.out,
             "call at 13pm -> \"call at 13pm\".\n"
             "standup [every weekday] [at 9:15] -> \"standup\"; due Monday at 9:15 (Monday 23 "
             "November 2026); repeats every weekday.\n"
-            " -> \"\".\n"
             "\uFFFD tea -> \"\uFFFD tea\".\n");  // a stray byte is shown, not passed on
   auto json = runProcess(task({"--json"}), options);
   EXPECT_EQ(json.exitCode, 0) << json.err;
   EXPECT_EQ(json.out.substr(0, json.out.find('\n')),
             R"({"tags":[],"title":"call at 13pm","tokens":[]})");
+  EXPECT_EQ(std::count(json.out.begin(), json.out.end(), '\n'), 3) << "blank lines are skipped";
 }
 
 TEST(EndToEndTaskTest, ParsesAListOfTypedTasksOnePerLine) {
@@ -79,8 +79,47 @@ TEST(EndToEndTaskTest, RefusesBadZonesAndTimesWithASentence) {
   auto now = runProcess({QUIBLY_BIN, "task", "--now", "next tuesday", "x"});
   EXPECT_EQ(now.exitCode, 2);
   EXPECT_EQ(now.err,
-            "\"next tuesday\" is not a time I can read. Write it like 2026-03-08T09:30:00, with Z "
-            "or +01:00 at the end for a zone other than the task's.\n");
+            "\"next tuesday\" is not a time I can read. Write it like 2026-03-08 or "
+            "2026-03-08T09:30, with Z or +01:00 at the end for a zone other than the task's.\n");
+}
+
+TEST(EndToEndTaskTest, ReadsNowWithOrWithoutSecondsAndZone) {
+  // In seconds from 2001-01-01; London is on GMT in November.
+  const struct {
+    std::string now;
+    std::string due;
+  } cases[] = {
+      {"2026-11-21", R"({"at":816913200,"time":true})"},
+      {"2026-11-21T10:00", R"({"at":816949200,"time":true})"},
+      {"2026-11-21T10:00:59", R"({"at":816949259,"time":true})"},
+      {"2026-11-21T10:00Z", R"({"at":816949200,"time":true})"},
+      {"2026-11-21T15:30+05:30", R"({"at":816949200,"time":true})"},
+      {"2026-11-21T02:00-0800", R"({"at":816949200,"time":true})"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.now);
+    auto result = runProcess(
+        {QUIBLY_BIN, "task", "--json", "--tz", "Europe/London", "--now", c.now, "x in 20 min"});
+    ASSERT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(JSONValue::parse(result.out)->get("due")->encode(), c.due);
+  }
+}
+
+TEST(EndToEndTaskTest, RefusesANowOutsideThePlannableYears) {
+  for (std::string now : {"1969-12-31T23:59Z", "2201-01-01", "9999-12-31T00:00"}) {
+    SCOPED_TRACE(now);
+    auto result = runProcess({QUIBLY_BIN, "task", "--tz", "UTC", "--now", now, "x tomorrow"});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.err, "--now " + now +
+                              " is outside the years Quibly plans in (1970 to 2200). Give a time "
+                              "between them.\n");
+    EXPECT_EQ(result.out, "");
+  }
+  for (std::string now :
+       {"2026-02-30", "2026-11-21T24:00", "2026-11-21T10:00+05:77", "\u0662026-11-21"}) {
+    SCOPED_TRACE(now);
+    EXPECT_EQ(runProcess({QUIBLY_BIN, "task", "--now", now, "x"}).exitCode, 2);
+  }
 }
 
 TEST(EndToEndTaskTest, ReadsTheZoneFromTZAndZonedTimesAsGiven) {

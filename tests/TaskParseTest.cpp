@@ -327,5 +327,24 @@ TEST_F(TaskParseTest, BadInputStillGivesAResult) {
   EXPECT_EQ(wall(hugeTask.due), "2026-11-21 10:09");
 }
 
+TEST_F(TaskParseTest, ReadsNoDatesWhenNowIsOutsideThePlannableYears) {
+  // Calendar arithmetic pulls far moments into range, which would show a wrong
+  // date as if it were right; such a now reads only tags and priorities.
+  zone_ = date::locate_zone("UTC");
+  const double kYear = 365.2425 * 86400;
+  for (double at : {TaskDue::fromMs(-1000), 230 * kYear, 1e12, -1e12}) {
+    SCOPED_TRACE(at);
+    ParsedTask task =
+        TaskParse::parse("pay rent tomorrow at 5pm every 1st #home !high", {at, *zone_});
+    EXPECT_EQ(task.title, "pay rent tomorrow at 5pm every 1st");
+    EXPECT_EQ(task.due, std::nullopt);
+    EXPECT_EQ(task.repeat, std::nullopt);
+    EXPECT_EQ(task.tags, std::vector<std::string>{"home"});
+    EXPECT_EQ(task.priority, TaskPriority::high);
+  }
+  at("2200-12-31T23:00:00", "UTC");
+  EXPECT_EQ(dueOf("x in 999 weeks"), "2220-02-23 23:00");
+}
+
 }  // namespace
 }  // namespace vobbo
