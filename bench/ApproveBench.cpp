@@ -65,17 +65,22 @@ double percentile(const std::vector<double>& v, double p) {
   return s[std::min(s.size() - 1, static_cast<size_t>(p * static_cast<double>(s.size())))];
 }
 
-void spawnTrue(benchmark::State& state) {
-  for (auto _ : state) benchmark::DoNotOptimize(spawnAndRead({"/bin/true"}));
-}
-
-void hookRoundTrip(benchmark::State& state) {
+// A listener on a fresh socket that allows every request at once.
+vobbo::Result<std::unique_ptr<ApprovalListener>> startAllowing() {
   ApprovalListener::Handler handler;
   handler.requested = [](ApprovalListener::Id, const ApproveWire::Request&,
                          ApprovalListener::Reply reply) {
     reply.send(ApproveWire::Decision::allow);
   };
-  auto listener = ApprovalListener::start({socketPath()}, handler);
+  return ApprovalListener::start({socketPath()}, handler);
+}
+
+void spawnTrue(benchmark::State& state) {
+  for (auto _ : state) benchmark::DoNotOptimize(spawnAndRead({"/bin/true"}));
+}
+
+void hookRoundTrip(benchmark::State& state) {
+  auto listener = startAllowing();
   if (!listener) return state.SkipWithError(listener.error().c_str());
   ::setenv("QUIBLY_APPROVE_SOCKET", socketPath().c_str(), 1);
   for (auto _ : state) {
@@ -95,12 +100,7 @@ void listenerThousand(benchmark::State& state) {
   ::getrlimit(RLIMIT_NOFILE, &limit);
   limit.rlim_cur = limit.rlim_max;
   ::setrlimit(RLIMIT_NOFILE, &limit);
-  ApprovalListener::Handler handler;
-  handler.requested = [](ApprovalListener::Id, const ApproveWire::Request&,
-                         ApprovalListener::Reply reply) {
-    reply.send(ApproveWire::Decision::allow);
-  };
-  auto listener = ApprovalListener::start({socketPath()}, handler);
+  auto listener = startAllowing();
   if (!listener) return state.SkipWithError(listener.error().c_str());
   const std::string line = ApproveWire::line(ApproveWire::Request{
       ApproveWire::Agent::claude, ApproveWire::Kind::approval, "Bash", "ls", "/w", "s", 1});
