@@ -68,6 +68,11 @@ bool isDirectory(const std::string& path) {
   return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
 }
 
+void syncFolder(const std::string& folder) {
+  Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (dir.valid()) (void)::fsync(dir.get());
+}
+
 Result<std::optional<std::string>> read(const std::string& path) {
   int raw = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (raw < 0) {
@@ -134,8 +139,7 @@ Result<void> writeAtomically(const std::string& path, std::string_view bytes, mo
 
   // Flush the folder so the new name is on disk too; a failure here cannot undo
   // the rename and the data is already written, so it is not reported.
-  Descriptor dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (dir.get() >= 0) (void)::fsync(dir.get());
+  syncFolder(folder);
   return {};
 }
 

@@ -31,6 +31,10 @@ Result<void> writeAtomically(const std::string& path, std::string_view bytes,
 // Creates the folder and any missing parents (each new one with `mode`).
 Result<void> createDirectories(const std::string& path, mode_t mode = 0700);
 
+// Flushes a folder's entries to disk, so a rename or removal in it survives a
+// crash. Best effort: a folder that cannot be opened is passed over.
+void syncFolder(const std::string& folder);
+
 // The folder part of a path ("." for a bare name) and the last component.
 std::string parentOf(std::string_view path);
 std::string lastComponent(std::string_view path);

@@ -66,11 +66,7 @@ Result<void> deleteFile(const std::string& path) {
   if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
     return failure(fmt::format("Could not delete {}: {}.", path, std::strerror(errno)));
   }
-  int dir = ::open(Files::parentOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    (void)::fsync(dir);
-    ::close(dir);
-  }
+  Files::syncFolder(Files::parentOf(path));
   return {};
 }
 

@@ -26,6 +26,7 @@
 #include <filesystem>
 #include <unordered_map>
 
+#include "Descriptor.h"
 #include "Files.h"
 
 namespace vobbo {
@@ -35,21 +36,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t kPiece = 1 << 20;
-
-// A file descriptor closed when it goes out of scope.
-class OpenFile {
- public:
-  explicit OpenFile(const std::string& path) : fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {}
-  OpenFile(const OpenFile&) = delete;
-  OpenFile& operator=(const OpenFile&) = delete;
-  ~OpenFile() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 std::string readFailure(const std::string& path, int error) {
   return "Quibly could not read " + path + ": " + std::strerror(error) + ".";
@@ -128,9 +114,10 @@ double mtimeMsOf(const struct stat& st) {
 
 Result<void> TranscriptIndex::update(IndexedTranscript& entry, FileIdentity& identity,
                                      int64_t tailBytes) {
-  OpenFile file(entry.path);
+  Descriptor file(::open(entry.path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st {};
-  if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0) return failure(readFailure(entry.path, errno));
+  if (file.get() < 0 || ::fstat(file.get(), &st) != 0)
+    return failure(readFailure(entry.path, errno));
   if (!S_ISREG(st.st_mode))
     return failure("Quibly could not read " + entry.path + ": it is not a file.");
   FileIdentity now{static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino)};
@@ -142,7 +129,7 @@ Result<void> TranscriptIndex::update(IndexedTranscript& entry, FileIdentity& ide
     if (size > tailBytes && tailBytes >= 0) {
       state.offset = size - tailBytes;
       state.partial = true;
-      if (!startsLine(file.fd(), state.offset)) state.align = true;
+      if (!startsLine(file.get(), state.offset)) state.align = true;
     }
   }
   entry.size = size;
@@ -151,7 +138,7 @@ Result<void> TranscriptIndex::update(IndexedTranscript& entry, FileIdentity& ide
     entry.dirty = false;
     return {};
   }
-  auto consumed = foldFrom(file.fd(), state.offset, entry.agent, state, FinalLine::wait);
+  auto consumed = foldFrom(file.get(), state.offset, entry.agent, state, FinalLine::wait);
   if (!consumed) return failure(readFailure(entry.path, errno));
   entry.dirty = fresh || *consumed != state.offset;
   state.offset = *consumed;
@@ -161,12 +148,12 @@ Result<void> TranscriptIndex::update(IndexedTranscript& entry, FileIdentity& ide
 }
 
 Result<TranscriptState> TranscriptIndex::foldFile(const std::string& path, AgentKind agent) {
-  OpenFile file(path);
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   struct stat st {};
-  if (file.fd() < 0 || ::fstat(file.fd(), &st) != 0) return failure(readFailure(path, errno));
+  if (file.get() < 0 || ::fstat(file.get(), &st) != 0) return failure(readFailure(path, errno));
   if (S_ISDIR(st.st_mode)) return failure("Quibly could not read " + path + ": it is a folder.");
   TranscriptState state;
-  auto consumed = foldFrom(file.fd(), 0, agent, state, FinalLine::fold);
+  auto consumed = foldFrom(file.get(), 0, agent, state, FinalLine::fold);
   if (!consumed) return failure(readFailure(path, errno));
   state.offset = *consumed;
   return state;
