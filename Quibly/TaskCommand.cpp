@@ -10,10 +10,9 @@
 #include <istream>
 #include <ostream>
 
-#include "Clock.h"
+#include "ClockOptions.h"
 #include "Commands.h"
 #include "DueWords.h"
-#include "JSRegex.h"
 #include "Output.h"
 #include "TaskParse.h"
 #include "Text.h"
@@ -28,95 +27,9 @@ using vobbo::TaskParse;
 
 struct TaskOptions {
   bool json = false;
-  std::string now;
-  std::string tz;
+  ClockOptions clock;
   std::vector<std::string> words;
 };
-
-const date::time_zone* findZone(std::string_view name) {
-  try {
-    return date::locate_zone(std::string(name));
-  } catch (const std::exception&) {
-    return nullptr;  // an unknown name, or no time zone database
-  }
-}
-
-// --tz, else $TZ when it names a zone, else the system's zone, else UTC.
-Result<const date::time_zone*> zoneFor(const TaskOptions& options,
-                                       const vobbo::Platform::Env& env) {
-  if (!options.tz.empty()) {
-    if (const date::time_zone* zone = findZone(options.tz)) return zone;
-    return vobbo::failure(
-        fmt::format("There is no time zone called \"{}\". Use a name such as Europe/London or "
-                    "America/New_York.",
-                    options.tz));
-  }
-  if (auto tz = env("TZ"); tz && !tz->empty()) {
-    if (const date::time_zone* zone = findZone(tz->front() == ':' ? tz->substr(1) : *tz))
-      return zone;
-  }
-  try {
-    return date::current_zone();
-  } catch (const std::exception&) {
-  }
-  if (const date::time_zone* zone = findZone("UTC")) return zone;
-  return vobbo::failure("The time zone database could not be read, so dates cannot be worked out.");
-}
-
-// --now as people write ISO 8601: "2026-11-21", "2026-11-21T10:00",
-// "2026-11-21T10:00:30.5", each optionally followed by Z or an offset such as
-// +05:30. Without a zone it is a wall time in the task's zone.
-struct NowText {
-  date::local_seconds wall;
-  std::optional<std::chrono::minutes> offset;  // east of UTC
-};
-
-std::optional<NowText> readNow(std::string_view text) {
-  static const vobbo::JSRegex kNow(R"(^([0-9]{4})-([0-9]{2})-([0-9]{2}))"
-                                   R"((?:[Tt ]([0-9]{2}):([0-9]{2})(?::([0-9]{2})(?:[.,][0-9]+)?)?)"
-                                   R"(\s*(?:([zZ])|([+-])([0-9]{2}):?([0-9]{2})?)?)?$)");
-  // [0-9], not \d: digits of other scripts would not convert below.
-  std::optional<vobbo::JSRegex::Match> m = kNow.firstMatch(text);
-  if (!m) return std::nullopt;
-  auto number = [&](size_t group) {
-    return m->has(group) ? std::stoi(std::string(m->text(group))) : 0;
-  };
-  date::year_month_day day{date::year{number(1)}, date::month{static_cast<unsigned>(number(2))},
-                           date::day{static_cast<unsigned>(number(3))}};
-  if (!day.ok() || number(4) > 23 || number(5) > 59 || number(6) > 59) return std::nullopt;
-  NowText now{date::local_days{day} + std::chrono::hours{number(4)} +
-                  std::chrono::minutes{number(5)} + std::chrono::seconds{number(6)},
-              std::nullopt};
-  if (m->has(7)) now.offset = std::chrono::minutes{0};
-  if (m->has(8)) {
-    if (number(9) > 23 || number(10) > 59) return std::nullopt;
-    const int sign = m->text(8) == "-" ? -1 : 1;
-    now.offset = std::chrono::minutes{sign * (number(9) * 60 + number(10))};
-  }
-  return now;
-}
-
-Result<double> nowFor(const TaskOptions& options, const date::time_zone& zone) {
-  if (options.now.empty()) return vobbo::TaskDue::fromMs(vobbo::Clock::now());
-  std::optional<NowText> now = readNow(options.now);
-  if (!now) {
-    return vobbo::failure(fmt::format(
-        "\"{}\" is not a time I can read. Write it like 2026-03-08 or 2026-03-08T09:30, with Z or "
-        "+01:00 at the end for a zone other than the task's.",
-        options.now));
-  }
-  date::sys_seconds at = now->offset
-                             ? date::sys_seconds{now->wall.time_since_epoch() - *now->offset}
-                             : zone.to_sys(now->wall, date::choose::earliest);
-  const double seconds = static_cast<double>(at.time_since_epoch().count());
-  const double moment = vobbo::TaskDue::fromMs(seconds * 1000.0);
-  if (!TaskParse::plannable(moment)) {
-    return vobbo::failure(fmt::format(
-        "--now {} is outside the years Quibly plans in ({} to {}). Give a time between them.",
-        options.now, TaskParse::kFirstYear, TaskParse::kLastYear));
-  }
-  return moment;
-}
 
 // The typed text with each recognised span in brackets.
 std::string marked(std::string_view text, const ParsedTask& task) {
@@ -226,17 +139,17 @@ std::string summaryLine(std::string_view text, const ParsedTask& task, const Tas
 }
 
 int runTask(const TaskOptions& options, Io& io) {
-  auto zone = zoneFor(options, io.env);
+  auto zone = zoneFor(options.clock, io.env);
   if (!zone) {
     io.err << zone.error() << "\n";
-    return options.tz.empty() ? 1 : 2;
+    return options.clock.tz.empty() ? 1 : 2;
   }
-  auto at = nowFor(options, **zone);
+  auto at = nowFor(options.clock, **zone);
   if (!at) {
     io.err << at.error() << "\n";
     return 2;
   }
-  TaskParse::Now now{*at, **zone};
+  TaskParse::Now now{vobbo::TaskDue::fromMs(*at), **zone};
   if (!options.words.empty()) {
     std::string text = fmt::format("{}", fmt::join(options.words, " "));
     ParsedTask task = TaskParse::parse(text, now);
@@ -266,10 +179,7 @@ int runTask(const TaskOptions& options, Io& io) {
 void addTaskCommand(CLI::App& command, Io& io, int& status) {
   auto options = std::make_shared<TaskOptions>();
   command.add_flag("--json", options->json, "Print the parsed task as JSON");
-  command.add_option("--now", options->now,
-                     "The current time, ISO 8601 (default: now); without a zone it is local time");
-  command.add_option("--tz", options->tz,
-                     "The time zone, such as Europe/London (default: $TZ, then the system's)");
+  addClockOptions(command, options->clock);
   command.add_option(
       "text", options->words,
       "The task as typed; without it, one task per line is read from standard input");

@@ -1,6 +1,7 @@
 #include "Clock.h"
 
 #include <date/tz.h>
+#include <fmt/format.h>
 
 #include <array>
 #include <chrono>
@@ -128,6 +129,17 @@ std::optional<double> Clock::parseISO(std::string_view text) {
   }
   if (!c.atEnd()) return std::nullopt;
   return civilMs(*y, *mo, *d, *h, *mi, *sec + fraction) - offsetMinutes * 60000.0;
+}
+
+std::string Clock::iso(double ms) {
+  if (!std::isfinite(ms)) ms = 0;
+  const auto whole = static_cast<int64_t>(std::floor(ms));
+  int64_t days = whole >= 0 ? whole / 86400000 : (whole - 86399999) / 86400000;
+  int64_t inDay = whole - days * 86400000;
+  date::year_month_day ymd{date::sys_days{date::days{days}}};
+  return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}.{:03}Z", static_cast<int>(ymd.year()),
+                     static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
+                     inDay / 3600000, inDay / 60000 % 60, inDay / 1000 % 60, inDay % 1000);
 }
 
 std::optional<double> Clock::parseLstart(std::string_view text, const date::time_zone& zone) {

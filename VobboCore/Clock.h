@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace date {
@@ -22,6 +23,12 @@ struct Clock {
   // ("Z", "+HH:MM", "+HHMM" or "+HH"). Without a zone the time is taken as UTC.
   // Yields nothing for anything else, including out-of-range fields.
   static std::optional<double> parseISO(std::string_view text);
+
+  // The UTC text of a moment with milliseconds, "2026-11-24T09:05:00.250Z": the
+  // form records carry for their created and updated times. The milliseconds
+  // are floored, so text never names a moment that has not yet come.
+  // parseISO reads it back to the same millisecond.
+  static std::string iso(double ms);
 
   // Reads the start time that `ps -o lstart` prints ("Sat Nov 21 15:41:36 2026",
   // the weekday optional), a wall time in the given zone.

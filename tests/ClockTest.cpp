@@ -1,5 +1,7 @@
 #include <date/tz.h>
 
+#include <cmath>
+
 #include "Clock.h"
 #include "TestSupport.h"
 
@@ -32,6 +34,25 @@ TEST(ClockTest, ParsesISOTimes) {
         "2026-11-21T15:11:16Zjunk", "2026-11-21T15:11:16.Z", "true", "1795273876"}) {
     SCOPED_TRACE(bad);
     EXPECT_FALSE(Clock::parseISO(bad));
+  }
+}
+
+TEST(ClockTest, WritesRecordTimesThatReadBack) {
+  const struct {
+    double ms;
+    const char* text;
+  } cases[] = {
+      {1795273876000.0, "2026-11-21T15:11:16.000Z"},
+      {1795273876999.9, "2026-11-21T15:11:16.999Z"},  // floored, never rounded up
+      {951782400000.0, "2000-02-29T00:00:00.000Z"},
+      {-1.0, "1969-12-31T23:59:59.999Z"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(Clock::iso(c.ms), c.text);
+    auto back = Clock::parseISO(Clock::iso(c.ms));
+    ASSERT_TRUE(back);
+    EXPECT_NEAR(*back, std::floor(c.ms), 1e-3);
   }
 }
 

@@ -80,7 +80,7 @@ TEST(EndToEndTaskTest, RefusesBadZonesAndTimesWithASentence) {
   EXPECT_EQ(now.exitCode, 2);
   EXPECT_EQ(now.err,
             "\"next tuesday\" is not a time I can read. Write it like 2026-03-08 or "
-            "2026-03-08T09:30, with Z or +01:00 at the end for a zone other than the task's.\n");
+            "2026-03-08T09:30, with Z or +01:00 at the end for a zone other than the local one.\n");
 }
 
 TEST(EndToEndTaskTest, ReadsNowWithOrWithoutSecondsAndZone) {
