@@ -9,6 +9,11 @@ cd "$(dirname "$0")/.."
 flavour=${1:?usage: scripts/build.sh release|gcc|asan}
 
 options=(-G Ninja)
+# A compiler cache, when the machine has one, makes rebuilds across flavours and
+# checkouts cheap; CI does without.
+if command -v ccache >/dev/null; then
+  options+=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache -DCMAKE_C_COMPILER_LAUNCHER=ccache)
+fi
 if [ -f .deps/simdjson-3.0.1/singleheader/simdjson.cpp ]; then
   options+=("-DQUIBLY_SIMDJSON_SOURCE=$PWD/.deps/simdjson-3.0.1")
 fi
